@@ -1,0 +1,29 @@
+# GoogleTest and CLI11 come from Debian's packages. For the Windows cross-build
+# GoogleTest is compiled from Debian's source copy in /usr/src/googletest, and the
+# header-only CLI11 is reached through a link in the build tree so that the
+# cross-compiler never sees the rest of /usr/include.
+
+if(QMLOAD_TESTS)
+  if(CMAKE_CROSSCOMPILING)
+    set(gtest_force_shared_crt OFF CACHE BOOL "" FORCE)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+    add_library(GTest::gtest ALIAS gtest)
+    add_library(GTest::gtest_main ALIAS gtest_main)
+    add_library(GTest::gmock ALIAS gmock)
+  else()
+    find_package(GTest REQUIRED)
+  endif()
+  include(GoogleTest)
+endif()
+
+set(QMLOAD_CLI11_DIR ${CMAKE_BINARY_DIR}/cli11-include)
+if(NOT EXISTS ${QMLOAD_CLI11_DIR}/CLI)
+  file(MAKE_DIRECTORY ${QMLOAD_CLI11_DIR})
+  file(CREATE_LINK /usr/include/CLI ${QMLOAD_CLI11_DIR}/CLI SYMBOLIC)
+endif()
+add_library(cli11 INTERFACE)
+target_include_directories(cli11 SYSTEM INTERFACE ${QMLOAD_CLI11_DIR})
+
+# Nuklear headers are fetched by scripts/fetch-nuklear.sh into .deps/nuklear.
+set(QMLOAD_NUKLEAR_DIR ${CMAKE_SOURCE_DIR}/.deps/nuklear)
