@@ -1,0 +1,173 @@
+// qmload-sim: a simulated device on a pseudo-terminal. See SimDevice.h for the
+// timing, Faults.h for the faults, RequestParser.h for how requests are framed.
+#include "sim/PtyLine.h"
+#include "sim/RequestParser.h"
+#include "sim/SimDevice.h"
+#include "sim/SimOptions.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <deque>
+#include <poll.h>
+#include <string>
+#include <time.h>
+
+namespace {
+
+volatile std::sig_atomic_t gStop = 0;
+
+void onSignal(int) { gStop = 1; }
+
+std::int64_t nowUs() {
+  using namespace std::chrono;
+  return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+class Log {
+ public:
+  explicit Log(bool on) : on_(on), startUs_(nowUs()) {}
+  void line(const std::string& text) const {
+    if (!on_) return;
+    std::fprintf(stderr, "[%10.3f ms] %s\n", static_cast<double>(nowUs() - startUs_) / 1000.0, text.c_str());
+  }
+
+ private:
+  bool on_;
+  std::int64_t startUs_;
+};
+
+// Writes the flash to path through a temporary file, so readers never see half of it.
+bool writeDump(const std::string& path, const std::vector<std::uint8_t>& flash) {
+  const std::string tmp = path + ".tmp";
+  std::FILE* f = std::fopen(tmp.c_str(), "wb");
+  if (!f) return false;
+  const bool ok = std::fwrite(flash.data(), 1, flash.size(), f) == flash.size();
+  if (std::fclose(f) != 0 || !ok) {
+    std::remove(tmp.c_str());
+    return false;
+  }
+  return std::rename(tmp.c_str(), path.c_str()) == 0;
+}
+
+void dumpFlash(const SimOptions& opt, SimDevice& device, const Log& log) {
+  if (opt.dump.empty()) return;
+  if (writeDump(opt.dump, device.model().flash()))
+    log.line("flash written to " + opt.dump);
+  else
+    std::fprintf(stderr, "qmload-sim: cannot write %s\n", opt.dump.c_str());
+}
+
+void installSignals(sigset_t& waitMask) {
+  struct sigaction sa {};
+  sa.sa_handler = onSignal;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGTERM, &sa, nullptr);
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGHUP, &sa, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+  // The stop signals are held back except while waiting in ppoll, so none can
+  // slip in between the check of gStop and the wait.
+  sigset_t block;
+  sigemptyset(&block);
+  sigaddset(&block, SIGTERM);
+  sigaddset(&block, SIGINT);
+  sigaddset(&block, SIGHUP);
+  sigprocmask(SIG_BLOCK, &block, &waitMask);
+  sigdelset(&waitMask, SIGTERM);
+  sigdelset(&waitMask, SIGINT);
+  sigdelset(&waitMask, SIGHUP);
+}
+
+void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const Log& log) {
+  while (!pending.empty() && pending.front().sendAtUs <= nowUs()) {
+    const OutgoingReply& r = pending.front();
+    const std::uint32_t hostBaud = line.hostRxBaud();
+    if (hostBaud != r.baud) {
+      log.line("reply lost: sent at " + std::to_string(r.baud) + " baud, host listens at " +
+               std::to_string(hostBaud));
+    } else {
+      const std::size_t n = line.write(r.bytes.data(), r.bytes.size());
+      log.line("sent " + std::to_string(n) + " of " + std::to_string(r.bytes.size()) + " bytes");
+    }
+    pending.pop_front();
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SimOptions opt;
+  int exitCode = 0;
+  if (!parseSimOptions(argc, argv, opt, exitCode)) return exitCode;
+
+  sigset_t waitMask;
+  installSignals(waitMask);
+
+  PtyLine line;
+  std::string error;
+  if (!line.open(opt.link, opt.baud, error)) {
+    std::fprintf(stderr, "qmload-sim: %s\n", error.c_str());
+    return 1;
+  }
+  const Log log(opt.verbose);
+  SimDevice device(opt.identity, opt.baud, opt.writeMs, opt.faults);
+  RequestParser parser;
+  std::deque<OutgoingReply> pending;
+
+  std::printf("READY %s\n", line.port().c_str());
+  std::fflush(stdout);
+  log.line("slave " + line.slavePath() + ", device at " + std::to_string(opt.baud) + " baud");
+
+  std::uint8_t chunk[4096];
+  while (!gStop) {
+    sendDue(pending, line, log);
+
+    // Wait for input, the next reply's moment, or at most 100 ms.
+    std::int64_t waitUs = 100000;
+    if (!pending.empty()) waitUs = std::min(waitUs, std::max<std::int64_t>(0, pending.front().sendAtUs - nowUs()));
+    struct timespec ts {};
+    ts.tv_sec = static_cast<time_t>(waitUs / 1000000);
+    ts.tv_nsec = static_cast<long>(waitUs % 1000000) * 1000;
+    struct pollfd pfd {};
+    pfd.fd = line.masterFd();
+    pfd.events = POLLIN;
+    const int ready = ppoll(&pfd, 1, &ts, &waitMask);
+    if (ready <= 0) continue;
+    if (!(pfd.revents & POLLIN)) {
+      // Never expected while we hold the slave; do not spin if it happens.
+      struct timespec pause {0, 10 * 1000 * 1000};
+      nanosleep(&pause, nullptr);
+      continue;
+    }
+
+    const std::size_t n = line.read(chunk, sizeof chunk);
+    if (n == 0) continue;
+    const std::int64_t arrived = nowUs();
+    // The host's speed is read afresh for every chunk: it may reopen at any time.
+    const std::uint32_t hostBaud = line.hostTxBaud();
+    if (hostBaud != device.currentBaud()) {
+      parser.reset();
+      log.line(std::to_string(n) + " bytes of noise: host sends at " + std::to_string(hostBaud) +
+               " baud, device listens at " + std::to_string(device.currentBaud()));
+      continue;
+    }
+    // A partial request followed by silence of 50 ms (or 20 byte times) is dropped.
+    const std::int64_t silenceUs = std::max<std::int64_t>(50000, wireTimeUs(20, hostBaud));
+    const std::size_t droppedBefore = parser.droppedBytes();
+    const auto frames = parser.feed(chunk, n, arrived, silenceUs);
+    if (parser.droppedBytes() != droppedBefore)
+      log.line("dropped " + std::to_string(parser.droppedBytes() - droppedBefore) + " unframed bytes");
+    for (const ParsedFrame& frame : frames) {
+      RequestOutcome out = device.onFrame(frame, hostBaud);
+      log.line(out.text);
+      if (out.finished) dumpFlash(opt, device, log);
+      if (out.hasReply) pending.push_back(std::move(out.reply));
+    }
+  }
+
+  dumpFlash(opt, device, log);
+  line.close();
+  log.line("stopped");
+  return 0;
+}
