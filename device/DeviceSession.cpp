@@ -1,0 +1,210 @@
+#include "device/DeviceSession.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+const std::uint32_t DeviceSession::kBaudTable[kBaudCount] = {9600, 19200, 38400, 115200, 921600};
+const std::uint32_t DeviceSession::kParityTable[kParityCount] = {SerialPort::ParityNone, SerialPort::ParityEven,
+                                                                 SerialPort::ParityOdd};
+const std::uint32_t DeviceSession::kStopTable[kStopCount] = {SerialPort::StopOne, SerialPort::StopTwo};
+
+namespace {
+
+// A frame ends after this long without a byte.
+constexpr milliseconds kFrameGap{100};
+// The smallest frame the fast framing accepts on its CRC alone: a frame without data.
+constexpr std::uint32_t kFastMinFrame = kFrameHeader + 2;
+// How often the fast framing looks for new bytes.
+constexpr microseconds kFastPoll{250};
+
+// The silence that ends a fast frame: three character times (10 bits each), at least 2 ms.
+microseconds quietTime(std::uint32_t baud) {
+  const auto chars = microseconds(baud == 0 ? 0 : 30'000'000ull / baud);
+  return std::max<microseconds>(milliseconds(2), chars);
+}
+
+}  // namespace
+
+DeviceSession::DeviceSession(const char* portName) : SerialPort() {
+  worker_ = std::thread(&DeviceSession::workerLoop, this);
+  if (portName != nullptr) {
+    std::unique_lock<std::shared_mutex> lock(portLock_);
+    if (!SerialPort::open(std::string(portName), 9600, ParityNone, 8, StopOne)) failed.exchange(true);
+  }
+}
+
+DeviceSession::~DeviceSession() {
+  stop.exchange(true);
+  { std::lock_guard<std::mutex> lock(stopMutex_); }
+  stopCv_.notify_all();
+  worker_.join();
+}
+
+void DeviceSession::setWakeCallback(std::function<void()> wake) {
+  std::lock_guard<std::mutex> lock(wakeMutex_);
+  wake_ = std::move(wake);
+}
+
+void DeviceSession::wake() {
+  std::function<void()> callback;
+  {
+    std::lock_guard<std::mutex> lock(wakeMutex_);
+    callback = wake_;
+  }
+  if (callback) callback();
+}
+
+std::uint32_t DeviceSession::replyWord(int i) const {
+  if (i < 0 || i > 2) return 0;
+  return readLe32(reply.data() + kOffId0 + 4 * static_cast<std::size_t>(i));
+}
+
+void DeviceSession::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command,
+                            std::uint32_t address, const std::uint8_t* data, std::uint32_t length,
+                            std::uint32_t timeout) {
+  busy.exchange(true);
+  failed.exchange(false);
+  FrameFields fields;
+  fields.id0 = id0;
+  fields.id1 = id1;
+  fields.id2 = id2;
+  fields.command = command;
+  fields.address = address;
+  fields.length = length;
+  const std::size_t n = encodeFrame(request_.data(), fields, data);
+  if (n == 0) {
+    // Too much data for one frame: refused, and the request is over.
+    failed.exchange(true);
+    busy.exchange(false);
+    return;
+  }
+  bool written;
+  {
+    std::shared_lock<std::shared_mutex> lock(portLock_);
+    written = SerialPort::write(request_.data(), n);
+  }
+  if (written)
+    ticksLeft.store(timeout);
+  else
+    failed.exchange(true);  // busy stays set: nothing happens until the next request
+}
+
+void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) {
+  if (baudIndex >= kBaudCount || parityIndex >= kParityCount || stopIndex >= kStopCount) {
+    failed.exchange(true);
+    return;
+  }
+  const std::string name = portName();
+  bool opened;
+  {
+    std::unique_lock<std::shared_mutex> lock(portLock_);
+    opened = SerialPort::open(name, kBaudTable[baudIndex], kParityTable[parityIndex], 8, kStopTable[stopIndex]);
+  }
+  if (opened)
+    lineBaud_.store(kBaudTable[baudIndex]);
+  else
+    failed.exchange(true);
+}
+
+std::uint32_t DeviceSession::lockedAvailable() {
+  std::shared_lock<std::shared_mutex> lock(portLock_);
+  return available();
+}
+
+std::uint32_t DeviceSession::lockedRead(std::uint8_t* buffer, std::uint32_t size) {
+  std::shared_lock<std::shared_mutex> lock(portLock_);
+  return read(buffer, size);
+}
+
+// One pass is a tick: receive, run the time-out, sleep 1 ms. While the port is closed
+// the worker sleeps a second at a time (cut short only by stop).
+void DeviceSession::workerLoop() {
+  while (!stop.load()) {
+    if (isOpen()) {
+      if (!failed.load()) receive();
+      timeoutStep();
+      std::this_thread::sleep_until(Clock::now() + milliseconds(1));
+    } else {
+      std::unique_lock<std::mutex> lock(stopMutex_);
+      stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] { return stop.load(); });
+    }
+  }
+  std::unique_lock<std::shared_mutex> lock(portLock_);
+  close();
+}
+
+std::uint32_t DeviceSession::readGapFrame() { return lockedRead(scratch_.data(), kFrameMax); }
+
+// Takes what is queued, and ends the frame once its bytes carry a good CRC and the
+// line has been quiet for a few character times, or after the usual 100 ms gap.
+std::uint32_t DeviceSession::readFastFrame() {
+  const microseconds quiet = quietTime(lineBaud_.load());
+  std::uint32_t n = 0;
+  bool crcOk = false;
+  auto lastByte = Clock::now();
+  while (n < kFrameMax) {
+    const std::uint32_t queued = lockedAvailable();
+    if (queued != 0) {
+      const std::uint32_t got = lockedRead(scratch_.data() + n, std::min<std::uint32_t>(queued, static_cast<std::uint32_t>(kFrameMax) - n));
+      if (got == 0) break;
+      n += got;
+      crcOk = n >= kFastMinFrame && frameCrcOk(scratch_.data(), n);
+      lastByte = Clock::now();
+      continue;
+    }
+    if (!isOpen()) break;
+    const auto idle = Clock::now() - lastByte;
+    if ((crcOk && idle >= quiet) || idle >= kFrameGap) break;
+    std::this_thread::sleep_for(kFastPoll);
+  }
+  return n;
+}
+
+void DeviceSession::receive() {
+  if (lockedAvailable() == 0) return;
+  for (;;) {
+    const std::uint32_t n = framing_.load() == ReplyFraming::fast ? readFastFrame() : readGapFrame();
+    if (n == 0) return;
+    if (n < 3) {
+      failed.exchange(true);
+      busy.exchange(false);
+      return;
+    }
+    if (!frameCrcOk(scratch_.data(), n)) {
+      std::printf("CRC error!\n");
+      std::fflush(stdout);
+      log_ << "CRC error!\n";
+      failed.exchange(true);
+      busy.exchange(false);
+      return;
+    }
+    std::memcpy(reply.data(), scratch_.data(), n);
+    replyLength = n;
+    ticksLeft.store(0);
+    busy.exchange(false);
+    wake();
+    // Frames that arrived together are all taken now; the last good one wins.
+    std::this_thread::sleep_until(Clock::now() + milliseconds(1));
+    if (lockedAvailable() == 0) return;
+  }
+}
+
+// Counts the outstanding request's ticks down; a request made meanwhile re-arms the
+// counter and is not touched.
+void DeviceSession::timeoutStep() {
+  std::uint32_t left = ticksLeft.load();
+  if (left == 0) return;
+  if (left % 10 == 0) wake();
+  if (!ticksLeft.compare_exchange_strong(left, left - 1)) return;
+  if (left - 1 == 0) {
+    failed.exchange(true);
+    busy.exchange(false);
+    wake();
+  }
+}

@@ -1,0 +1,243 @@
+#include "serial/SerialPort.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "serial/PortSystem.h"
+
+namespace {
+
+// Two console routes: texts ending in "\r" go through puts (which adds the LF),
+// texts ending in "\r\n" through printf. Every line is flushed.
+void putsLine(const char* text) {
+  std::puts(text);
+  std::fflush(stdout);
+}
+
+void printText(const char* text) {
+  std::printf("%s", text);
+  std::fflush(stdout);
+}
+
+const char* const kNotOpen = "com port is not open!\r";
+const char* const kDataBits = "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n";
+
+}  // namespace
+
+SerialPort::SerialPort() = default;
+
+SerialPort::SerialPort(const std::string& name) { open(name, 9600, ParityNone, 8, StopOne); }
+
+SerialPort::SerialPort(const std::string& name, std::uint32_t baud) { open(name, baud, ParityNone, 8, StopOne); }
+
+SerialPort::SerialPort(const std::string& name, std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits,
+                       std::uint32_t stopBits) {
+  open(name, baud, parity, dataBits, stopBits);
+}
+
+SerialPort::SerialPort(std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits, std::uint32_t stopBits) {
+  if (findPort())
+    open(std::string(foundPortName_), baud, parity, dataBits, stopBits);
+  else
+    printText("Error: port is not found!\r\n");
+}
+
+SerialPort::~SerialPort() { close(); }
+
+bool SerialPort::open() { return open(baudRate_, parity_, dataBits_, stopBits_); }
+
+bool SerialPort::open(const std::string& name) { return open(name, baudRate_, parity_, dataBits_, stopBits_); }
+
+bool SerialPort::open(const std::string& name, std::uint32_t baud) {
+  return open(name, baud, parity_, dataBits_, stopBits_);
+}
+
+bool SerialPort::open(std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits, std::uint32_t stopBits) {
+  close();
+  if (!findPort()) {
+    putsLine("Error: port is not found!\r");
+    return false;
+  }
+  return open(std::string(foundPortName_), baud, parity, dataBits, stopBits);
+}
+
+bool SerialPort::open(const std::string& name, std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits,
+                      std::uint32_t stopBits) {
+  close();
+  if (&name != &portName_) portName_ = name;
+
+  // Settings the line cannot take are refused before the device is touched.
+  if (dataBits < 5 || dataBits > 8) {
+    printText(kDataBits);
+    return false;
+  }
+  if (stopBits == StopTwo && dataBits == 5) {
+    // Same text as above on purpose: this is the message users know for it.
+    printText(kDataBits);
+    return false;
+  }
+  if (stopBits == StopOneAndHalf && dataBits >= 6) {
+    printText("Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n");
+    printText("as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n");
+    return false;
+  }
+
+  handle_ = portsys::openPort(portName_, portsys::LineSettings{baud, parity, dataBits, stopBits});
+  if (handle_ == nullptr) return false;
+  open_.store(true);
+  return true;
+}
+
+void SerialPort::close() {
+  if (!open_.load()) return;
+  open_.store(false);
+  portsys::closePort(handle_);
+  handle_ = nullptr;
+}
+
+std::uint32_t SerialPort::available() {
+  if (!open_.load()) return 0;
+  return portsys::queued(handle_);
+}
+
+void SerialPort::purge() {
+  if (open_.load()) portsys::purge(handle_);
+}
+
+std::uint32_t SerialPort::read(void* buffer, std::uint32_t size) {
+  if (!open_.load()) {
+    putsLine(kNotOpen);
+    return 0;
+  }
+  if (portsys::queued(handle_) == 0) return 0;
+  std::uint32_t got = 0;
+  if (!portsys::readSome(handle_, static_cast<std::uint8_t*>(buffer), size, got)) {
+    putsLine("read error\r");
+    return 0;
+  }
+  return got;
+}
+
+// Spins until a byte is queued; false when the port is (or becomes) closed.
+bool SerialPort::waitForByte() {
+  while (open_.load()) {
+    if (portsys::queued(handle_) != 0) return true;
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+// Reads one byte after waitForByte. False with failed set on a read error, false
+// alone when the read brought nothing.
+bool SerialPort::readOne(std::uint8_t& byte, bool& failed) {
+  std::uint32_t got = 0;
+  failed = !portsys::readSome(handle_, &byte, 1, got);
+  return !failed && got == 1;
+}
+
+std::uint8_t SerialPort::readByte() {
+  if (!open_.load()) {
+    putsLine(kNotOpen);
+    return 0;
+  }
+  if (!waitForByte()) return 0;
+  std::uint8_t byte = 0;
+  bool failed = false;
+  if (!readOne(byte, failed)) {
+    if (failed) putsLine("read error\r");
+    return 0;
+  }
+  return byte;
+}
+
+bool SerialPort::readByte(std::uint8_t& out) {
+  out = readByte();
+  return true;
+}
+
+std::string SerialPort::readLine() {
+  std::string line;
+  if (!open_.load()) {
+    printText("com port is not open!\r\n");
+    return line;
+  }
+  while (waitForByte()) {
+    std::uint8_t byte = 0;
+    bool failed = false;
+    if (!readOne(byte, failed)) {
+      if (!failed) continue;
+      printText("read error\r\n");
+      break;
+    }
+    if (byte == '\n') break;
+    line.push_back(static_cast<char>(byte));
+  }
+  return line;
+}
+
+bool SerialPort::readLine(std::string& out) {
+  out = readLine();
+  return true;
+}
+
+std::string SerialPort::readWord() {
+  std::string word;
+  if (!open_.load()) {
+    printText("com port is not open!\r\n");
+    return word;
+  }
+  while (waitForByte()) {
+    std::uint8_t byte = 0;
+    bool failed = false;
+    if (!readOne(byte, failed)) {
+      if (!failed) continue;
+      printText("read error\r\n");
+      break;
+    }
+    if (byte == ' ' && word.empty()) continue;
+    if (byte == 0 || byte == '\n' || byte == ' ') break;
+    word.push_back(static_cast<char>(byte));
+  }
+  return word;
+}
+
+bool SerialPort::writeChecked(const void* buffer, std::size_t length) {
+  if (!open_.load()) {
+    putsLine(kNotOpen);
+    return false;
+  }
+  switch (portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length)) {
+    case portsys::WriteResult::writeFailed:
+      putsLine("write error\r");
+      return false;
+    case portsys::WriteResult::flushFailed:
+      putsLine("write error: FlushFileBuffers\r");
+      return false;
+    case portsys::WriteResult::ok:
+      break;
+  }
+  return true;
+}
+
+bool SerialPort::write(const void* buffer, std::size_t length) { return writeChecked(buffer, length); }
+
+bool SerialPort::write(std::uint8_t byte) { return writeChecked(&byte, 1); }
+
+bool SerialPort::write(const char* text) { return writeChecked(text, std::char_traits<char>::length(text)); }
+
+bool SerialPort::write(const std::string& text) { return writeChecked(text.data(), text.size()); }
+
+bool SerialPort::write(std::string&& text) { return writeChecked(text.data(), text.size()); }
+
+bool SerialPort::write(int value) { return write(std::to_string(value)); }
+
+bool SerialPort::write(float value) { return write(static_cast<double>(value)); }
+
+bool SerialPort::write(double value) {
+  char text[400];
+  const int n = std::snprintf(text, sizeof text, "%f", value);
+  return writeChecked(text, n < 0 ? 0 : static_cast<std::size_t>(n) < sizeof text ? n : sizeof text - 1);
+}
+
+bool SerialPort::write(const std::stringstream& stream) { return write(stream.str()); }

@@ -1,0 +1,122 @@
+// Serial line on Windows: a communications handle with fixed line settings and a
+// 100 ms read interval time-out.
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "serial/PortSystem.h"
+
+struct PortHandle {
+  HANDLE handle;
+  DCB dcb;
+  COMMTIMEOUTS timeouts;
+};
+
+namespace {
+
+void printText(const char* text) {
+  std::printf("%s", text);
+  std::fflush(stdout);
+}
+
+PortHandle* fail(PortHandle* port, const char* text) {
+  printText(text);
+  CloseHandle(port->handle);
+  delete port;
+  return nullptr;
+}
+
+// The flag word of the DCB: keep fDsrSensitivity, fTXContinueOnXoff and the reserved
+// high bits, set fBinary, clear the rest (no parity check, no flow control, DTR and
+// RTS disabled, no abort on error).
+void setFlagWord(DCB& dcb) {
+  static_assert(sizeof(DCB) == 28, "DCB layout");
+  constexpr std::size_t flagOffset = offsetof(DCB, BaudRate) + sizeof(DWORD);
+  std::uint32_t flags;
+  std::memcpy(&flags, reinterpret_cast<const unsigned char*>(&dcb) + flagOffset, sizeof flags);
+  flags = (flags & 0xFFFF80C0u) | 1u;
+  std::memcpy(reinterpret_cast<unsigned char*>(&dcb) + flagOffset, &flags, sizeof flags);
+}
+
+void applyLine(DCB& dcb, const portsys::LineSettings& line) {
+  static const BYTE parityTable[] = {EVENPARITY, MARKPARITY, NOPARITY, ODDPARITY, SPACEPARITY};
+  dcb.fBinary = 1;
+  dcb.BaudRate = line.baud;
+  dcb.ByteSize = line.dataBits;
+  if (line.parity <= 4) dcb.Parity = parityTable[line.parity];
+  if (line.stopBits == 0) dcb.StopBits = ONESTOPBIT;
+  if (line.stopBits == 1) dcb.StopBits = ONE5STOPBITS;
+  if (line.stopBits == 2) dcb.StopBits = TWOSTOPBITS;
+  dcb.wReserved = 0;
+  dcb.XonLim = 128;
+  dcb.XoffLim = 128;
+  dcb.XonChar = 0x11;
+  dcb.XoffChar = 0x13;
+  dcb.ErrorChar = 0;
+  setFlagWord(dcb);
+}
+
+}  // namespace
+
+namespace portsys {
+
+PortHandle* openPort(const std::string& name, const LineSettings& line) {
+  const std::string path = "\\\\.\\" + name;
+  HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    printText("Error opening port\r\n");
+    return nullptr;
+  }
+  PortHandle* port = new PortHandle{handle, DCB{}, COMMTIMEOUTS{}};
+  if (!GetCommState(handle, &port->dcb)) return fail(port, "Error opening port: GetCommState\r\n");
+  port->dcb.DCBlength = sizeof(DCB);
+  GetCommState(handle, &port->dcb);
+  applyLine(port->dcb, line);
+  if (!SetCommState(handle, &port->dcb)) return fail(port, "Error opening port: SetCommState\r\n");
+  if (!GetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: GetCommTimeouts\r\n");
+  // A read returns when its buffer is full or 100 ms pass between two bytes.
+  port->timeouts.ReadIntervalTimeout = 100;
+  port->timeouts.ReadTotalTimeoutMultiplier = 0;
+  port->timeouts.ReadTotalTimeoutConstant = 0;
+  port->timeouts.WriteTotalTimeoutMultiplier = 0;
+  port->timeouts.WriteTotalTimeoutConstant = 0;
+  if (!SetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: SetCommTimeouts\r\n");
+  return port;
+}
+
+void closePort(PortHandle* port) {
+  if (port == nullptr) return;
+  CloseHandle(port->handle);
+  delete port;
+}
+
+std::uint32_t queued(PortHandle* port) {
+  DWORD errors = 0;
+  COMSTAT status{};
+  if (!ClearCommError(port->handle, &errors, &status)) return 0;
+  return status.cbInQue;
+}
+
+// With no byte at all ReadFile would wait for ever: callers read only when bytes are queued.
+bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) {
+  DWORD count = 0;
+  const BOOL ok = ReadFile(port->handle, buffer, size, &count, nullptr);
+  got = ok ? count : 0;
+  return ok != FALSE;
+}
+
+WriteResult writeAll(PortHandle* port, const std::uint8_t* data, std::size_t length) {
+  DWORD written = 0;
+  if (!WriteFile(port->handle, data, static_cast<DWORD>(length), &written, nullptr)) return WriteResult::writeFailed;
+  if (!FlushFileBuffers(port->handle)) return WriteResult::flushFailed;
+  return WriteResult::ok;
+}
+
+void purge(PortHandle* port) {
+  PurgeComm(port->handle, PURGE_RXABORT | PURGE_RXCLEAR);
+  PurgeComm(port->handle, PURGE_TXABORT | PURGE_TXCLEAR);
+}
+
+}  // namespace portsys
