@@ -21,8 +21,11 @@ bool ttySetRaw(int fd, std::uint32_t baud) {
   t.c_iflag = 0;
   t.c_oflag = 0;
   t.c_lflag = 0;
+  // The input speed bits stay 0 ("same as the output speed"): a host that sets
+  // its speed through the classic termios calls changes only the output bits,
+  // and must not be left with our input speed.
   t.c_cflag = static_cast<tcflag_t>((t.c_cflag & ~(CBAUD | CSIZE | PARENB | CSTOPB | CRTSCTS | (CBAUD << IBSHIFT))) |
-                                    CS8 | CREAD | CLOCAL | BOTHER | (BOTHER << IBSHIFT));
+                                    CS8 | CREAD | CLOCAL | BOTHER);
   t.c_ispeed = baud;
   t.c_ospeed = baud;
   t.c_cc[VMIN] = 1;
