@@ -1,0 +1,156 @@
+// The Linux window and frame loop. A frame is drawn at once at start, one more
+// after every frame that handled input, and otherwise the loop blocks in
+// glfwWaitEvents until input arrives or another thread calls wakeGui.
+#include "app/glfw/GlfwGui.h"
+
+#include <GLFW/glfw3.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "app/GuiState.h"
+#include "app/GuiStyle.h"
+#include "app/glfw/GlBackend.h"
+
+namespace {
+
+constexpr int clientWidth = 280;
+constexpr int clientHeight = 160;
+constexpr const char* windowTitle = "qmload .::Vantorix::..::v1.0::.";
+constexpr const char* fontPath = "/usr/share/fonts/truetype/liberation/LiberationSans-Regular.ttf";
+constexpr float fontPixels = 14.0f;
+
+// Left-button changes in arrival order; one is fed to the GUI per frame so that a
+// press and its release never fall into the same frame.
+std::deque<ButtonEvent> buttonQueue;
+// Window events seen since the counter was last cleared.
+unsigned eventsSeen = 0;
+std::atomic<bool> wakeRequested{false};
+
+void wakeFromAnyThread() {
+  wakeRequested.store(true);
+  glfwPostEmptyEvent();
+}
+
+void onMouseButton(GLFWwindow* window, int button, int action, int) {
+  ++eventsSeen;
+  if (button != GLFW_MOUSE_BUTTON_LEFT) return;
+  ButtonEvent event;
+  event.down = action == GLFW_PRESS;
+  glfwGetCursorPos(window, &event.x, &event.y);
+  buttonQueue.push_back(event);
+}
+void onCursor(GLFWwindow*, double, double) { ++eventsSeen; }
+void onScroll(GLFWwindow*, double dx, double dy) {
+  ++eventsSeen;
+  glBackendScroll(dx, dy);
+}
+void onChar(GLFWwindow*, unsigned int codepoint) {
+  ++eventsSeen;
+  glBackendChar(codepoint);
+}
+void onKey(GLFWwindow*, int, int, int, int) { ++eventsSeen; }
+void onDrop(GLFWwindow*, int count, const char** paths) {
+  ++eventsSeen;
+  for (int i = 0; i < count; ++i) setProgramPath(paths[i]); // the last one wins
+}
+void onWindow(GLFWwindow*) { ++eventsSeen; }
+void onSize(GLFWwindow*, int, int) { ++eventsSeen; }
+void onFlag(GLFWwindow*, int) { ++eventsSeen; }
+
+void installCallbacks(GLFWwindow* window) {
+  glfwSetMouseButtonCallback(window, onMouseButton);
+  glfwSetCursorPosCallback(window, onCursor);
+  glfwSetScrollCallback(window, onScroll);
+  glfwSetCharCallback(window, onChar);
+  glfwSetKeyCallback(window, onKey);
+  glfwSetDropCallback(window, onDrop);
+  glfwSetWindowRefreshCallback(window, onWindow);
+  glfwSetWindowCloseCallback(window, onWindow);
+  glfwSetWindowSizeCallback(window, onSize);
+  glfwSetFramebufferSizeCallback(window, onSize);
+  glfwSetWindowFocusCallback(window, onFlag);
+  glfwSetCursorEnterCallback(window, onFlag);
+  glfwSetWindowIconifyCallback(window, onFlag);
+}
+
+std::vector<char> readFontFile() {
+  std::ifstream in(fontPath, std::ios::binary);
+  if (!in) return {};
+  return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+} // namespace
+
+void runGui(Application& application) {
+  if (!glfwInit()) {
+    std::fprintf(stderr, "qmload: cannot start GLFW (is DISPLAY set?)\n");
+    return;
+  }
+  glfwWindowHint(GLFW_CONTEXT_VERSION_MAJOR, 2);
+  glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 1);
+  GLFWwindow* window = glfwCreateWindow(clientWidth, clientHeight, windowTitle, nullptr, nullptr);
+  if (!window) {
+    std::fprintf(stderr, "qmload: cannot create the window\n");
+    releaseSession(application);
+    glfwTerminate();
+    return;
+  }
+  glfwMakeContextCurrent(window);
+  glfwSwapInterval(0);
+
+  application.ctx = glBackendInit(window);
+  // Liberation Sans has Arial's metrics; the atlas keeps pointing into this buffer.
+  static std::vector<char> fontFile = readFontFile();
+  glBackendLoadFont(fontFile.empty() ? nullptr : fontFile.data(), static_cast<int>(fontFile.size()), fontPixels);
+  applyGuiStyle(application.ctx);
+  installCallbacks(window);
+  setWakeHandler(wakeFromAnyThread);
+
+  const char* frameLog = std::getenv("QMLOAD_FRAME_LOG");
+  const bool logFrames = frameLog && *frameLog && *frameLog != '0';
+  unsigned long frames = 0;
+
+  bool refresh = true;
+  bool running = true;
+  do {
+    if (refresh) {
+      refresh = false;
+    } else {
+      glfwWaitEvents();
+      wakeRequested.store(false); // that wait is what the wake-up was for
+      refresh = true;
+    }
+    eventsSeen = 0;
+    glfwPollEvents();
+    if (eventsSeen > 0 || wakeRequested.exchange(false)) refresh = true;
+
+    ButtonEvent button;
+    const bool haveButton = !buttonQueue.empty();
+    if (haveButton) {
+      button = buttonQueue.front();
+      buttonQueue.pop_front();
+      refresh = true;
+    }
+    glBackendInput(haveButton ? &button : nullptr);
+    if (glfwWindowShouldClose(window)) running = false;
+
+    application.drawCurrent();
+    glBackendRender(guiClearColor);
+    glfwSwapBuffers(window);
+    if (logFrames) std::fprintf(stderr, "frame %lu\n", ++frames);
+  } while (running);
+
+  // The worker may still call wakeGui until it is joined.
+  releaseSession(application);
+  setWakeHandler(nullptr);
+  glBackendShutdown();
+  application.ctx = nullptr;
+  glfwDestroyWindow(window);
+  glfwTerminate();
+}
