@@ -8,6 +8,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
+// Creates the folders above path that are missing (like mkdir -p of its parent).
+void makeParents(const std::string& path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
+    ::mkdir(path.substr(0, slash).c_str(), 0755);
+}
+
+}  // namespace
+
 PtyLine::~PtyLine() { close(); }
 
 bool PtyLine::open(const std::string& link, std::uint32_t baud, std::string& error) {
@@ -40,6 +50,7 @@ bool PtyLine::open(const std::string& link, std::uint32_t baud, std::string& err
     return false;
   }
   if (!link.empty()) {
+    makeParents(link);
     struct stat st {};
     if (lstat(link.c_str(), &st) == 0) {
       if (!S_ISLNK(st.st_mode)) {

@@ -276,6 +276,38 @@ TEST_F(SimPty, FaultFlagsActOnTheWire) {
   EXPECT_EQ(sim.terminate(), 0);
 }
 
+TEST_F(SimPty, CreatesTheLinkFolderAndReplacesAStaleLink) {
+  const std::string sub = dir_ + "/sims";
+  const std::string link = sub + "/dev";
+  ASSERT_EQ(symlink("/dev/pts/nonexistent", (dir_ + "/stale").c_str()), 0);
+  {
+    Sim first({"--link", link});
+    ASSERT_EQ(first.ready(), "READY " + link);
+    EXPECT_EQ(first.terminate(), 0);
+  }
+  EXPECT_FALSE(exists(link));
+  {
+    Sim second({"--link", dir_ + "/stale"});
+    ASSERT_EQ(second.ready(), "READY " + dir_ + "/stale");
+    HostPort port(dir_ + "/stale", B115200);
+    ASSERT_TRUE(port.ok());
+    EXPECT_EQ(port.transact(request(CmdIdentify, broadcastIds(), 0, 0)).size(), 24u);
+    EXPECT_EQ(second.terminate(), 0);
+  }
+  EXPECT_FALSE(exists(dir_ + "/stale"));
+  rmdir(sub.c_str());
+}
+
+TEST_F(SimPty, WithoutALinkItNamesTheSlave) {
+  Sim sim({});
+  const std::string line = sim.ready();
+  ASSERT_EQ(line.rfind("READY /dev/pts/", 0), 0u) << line;
+  HostPort port(line.substr(6), B115200);
+  ASSERT_TRUE(port.ok());
+  EXPECT_EQ(port.transact(request(CmdIdentify, broadcastIds(), 0, 0)).size(), 24u);
+  EXPECT_EQ(sim.terminate(), 0);
+}
+
 TEST_F(SimPty, RefusesToReplaceAFile) {
   { std::ofstream(link_) << "x"; }
   Sim sim({"--link", link_});
