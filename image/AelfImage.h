@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "device/Frame.h" // readLe32, writeLe32: one definition for the whole program
+
 const uint32_t aelfMagic = 0x464C4541;           // "AELF" read as a little-endian word
 const uint32_t aelfHeaderSize = 64;
 const uint32_t aelfHeaderAddress = 0x0803FE00;   // where the header block stands in the device
@@ -50,5 +52,3 @@ int readAelfImage(const std::string& path, AelfImage& image);
 // The process-wide image area (read-only view, for tests and tools).
 const uint8_t* aelfImageArea();
 
-uint32_t readLe32(const uint8_t* bytes);
-void writeLe32(uint8_t* bytes, uint32_t value);

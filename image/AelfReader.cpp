@@ -14,17 +14,6 @@ const uint8_t* aelfImageArea()
     return imageArea;
 }
 
-uint32_t readLe32(const uint8_t* bytes)
-{
-    return uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16 | uint32_t(bytes[3]) << 24;
-}
-
-void writeLe32(uint8_t* bytes, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = uint8_t(value >> (8 * i));
-}
-
 // Oversized and truncated files are refused before anything is read into the
 // area: an image must never run past the area, and a short file must not be sent
 // to a device with the stale bytes of an earlier image in its gaps.
