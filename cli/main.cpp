@@ -9,9 +9,7 @@ int main(int argc, char** argv)
 
     int exitCode = 0;
     addToolchainCommands(app, exitCode);
-#ifdef QMLOAD_HAVE_DEVICE_COMMANDS
     addDeviceCommands(app, exitCode);
-#endif
 
     try {
         app.parse(argc, argv);

@@ -1,0 +1,210 @@
+// qmload-cli device commands: ports, identify, flash.
+//
+// Exit codes: 0 success, 1 device error (not found, no response, refused block,
+// port lost), 2 usage, 3 image error, 130 interrupted.
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/Commands.h"
+#include "cli/FlashJob.h"
+#include "cli/PortInfo.h"
+#include "cli/Progress.h"
+#include "device/FlashSequencer.h"
+#include "image/AelfImage.h"
+#include "serial/SerialPort.h"
+
+namespace {
+
+enum ExitCode { ExitOk = 0, ExitDevice = 1, ExitUsage = 2, ExitImage = 3, ExitInterrupted = 130 };
+
+std::atomic<bool> gCancel{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the cancel flag is set from a signal handler");
+
+void onInterrupt(int) { gCancel.store(true); }
+
+void catchInterrupts() {
+  gCancel.store(false);
+  std::signal(SIGINT, onInterrupt);
+  std::signal(SIGTERM, onInterrupt);
+}
+
+struct DeviceOptions {
+  std::vector<std::string> ports;
+  std::string baud = "auto";
+  std::string id;
+  std::string framing = "fast";
+  std::string image;
+  bool json = false;
+  bool quiet = false;
+};
+
+// Fills the job's line settings from the options; false (with a message) on bad values.
+bool jobTemplate(const DeviceOptions& o, DeviceJob& job) {
+  job.baudIndex = -1;
+  if (o.baud != "auto") {
+    bool known = false;
+    for (int i = 0; i < 5; ++i) {
+      if (o.baud == std::to_string(kLadderBauds[i])) {
+        job.baudIndex = i;
+        known = true;
+      }
+    }
+    if (!known) {
+      std::fprintf(stderr, "--baud: expected auto, 9600, 19200, 38400, 115200 or 921600, not %s\n", o.baud.c_str());
+      return false;
+    }
+  }
+  if (!o.id.empty()) {
+    if (!parseIdentity(o.id, job.id[0], job.id[1], job.id[2])) {
+      std::fprintf(stderr, "--id: expected 0xAAAAAAAA-BBBBBBBB-CCCCCCCC, not %s\n", o.id.c_str());
+      return false;
+    }
+    job.haveId = true;
+  }
+  job.framing = o.framing == "gap" ? ReplyFraming::gap : ReplyFraming::fast;
+  job.cancel = &gCancel;
+  return true;
+}
+
+int runPorts(bool json) {
+  SerialPort probe;
+  std::vector<std::string> names;
+  probe.listPorts(names);
+  if (json) {
+    std::string out = "[";
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (i) out += ",";
+      out += "{\"port\":" + jsonString(names[i]) + ",\"description\":" + jsonString(describePort(names[i])) + "}";
+    }
+    std::printf("%s]\n", out.c_str());
+  } else if (names.empty()) {
+    std::printf("no serial ports\n");
+  } else {
+    for (const auto& name : names) {
+      const std::string info = describePort(name);
+      std::printf("%s%s%s\n", name.c_str(), info.empty() ? "" : "  ", info.c_str());
+    }
+  }
+  return ExitOk;
+}
+
+int runIdentify(const DeviceOptions& o) {
+  DeviceJob job;
+  if (!jobTemplate(o, job)) return ExitUsage;
+  job.port = o.ports.front();
+  catchInterrupts();
+  Progress quiet(ProgressOptions{false, true, false});
+  const JobResult r = runDeviceJob(job, quiet);
+  if (r.exitCode == JobCancelled) {
+    std::fprintf(stderr, "Cancelled\n");
+    return ExitInterrupted;
+  }
+  if (r.exitCode != JobOk) {
+    if (o.json)
+      std::printf("{\"port\":%s,\"error\":%s}\n", jsonString(job.port).c_str(), jsonString(r.message).c_str());
+    std::fprintf(stderr, "%s\n", r.message.c_str());
+    return ExitDevice;
+  }
+  if (o.json)
+    std::printf("{\"port\":%s,\"id\":%s,\"baud\":%u}\n", jsonString(job.port).c_str(), jsonString(r.identity).c_str(),
+                static_cast<unsigned>(r.baud));
+  else
+    std::printf("%s at %u baud\n", r.identity.c_str(), static_cast<unsigned>(r.baud));
+  return ExitOk;
+}
+
+int runFlash(const DeviceOptions& o) {
+  DeviceJob base;
+  if (!jobTemplate(o, base)) return ExitUsage;
+  for (std::size_t i = 0; i < o.ports.size(); ++i)
+    for (std::size_t j = i + 1; j < o.ports.size(); ++j)
+      if (o.ports[i] == o.ports[j]) {
+        std::fprintf(stderr, "--port %s is given twice\n", o.ports[i].c_str());
+        return ExitUsage;
+      }
+
+  AelfImage image;
+  if (readAelfImage(o.image, image) != aelfOk) {
+    std::fflush(stdout); // the reader has said why
+    if (o.json)
+      std::printf("{\"event\":\"error\",\"port\":null,\"message\":%s}\n",
+                  jsonString("Can't read image " + o.image).c_str());
+    return ExitImage;
+  }
+  base.image = &image;
+
+  catchInterrupts();
+  Progress progress(ProgressOptions{o.json, o.quiet, !o.quiet && stderrIsTerminal()});
+  std::vector<JobResult> results(o.ports.size());
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < o.ports.size(); ++i) {
+    threads.emplace_back([&, i] {
+      DeviceJob job = base;
+      job.port = o.ports[i];
+      results[i] = runDeviceJob(job, progress);
+      if (results[i].exitCode == JobOk)
+        progress.done(job.port, results[i].seconds, results[i].bytes);
+      else
+        progress.error(job.port, results[i].message);
+    });
+  }
+  for (auto& t : threads) t.join();
+  progress.closeBar();
+
+  bool allOk = true, cancelled = false;
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    const JobResult& r = results[i];
+    allOk = allOk && r.exitCode == JobOk;
+    cancelled = cancelled || r.exitCode == JobCancelled;
+    if (o.json) continue;
+    if (r.exitCode == JobOk) {
+      if (!o.quiet) {
+        const double rate = r.seconds > 0 ? static_cast<double>(r.bytes) / 1024.0 / r.seconds : 0;
+        std::printf("%s: ok %s, %llu bytes in %.2f s (%.1f KiB/s)\n", o.ports[i].c_str(), r.identity.c_str(),
+                    static_cast<unsigned long long>(r.bytes), r.seconds, rate);
+      }
+    } else {
+      std::fprintf(stderr, "%s: %s\n", o.ports[i].c_str(), r.message.c_str());
+    }
+  }
+  std::fflush(stdout);
+  if (cancelled || gCancel.load()) return ExitInterrupted;
+  return allOk ? ExitOk : ExitDevice;
+}
+
+} // namespace
+
+void addDeviceCommands(CLI::App& app, int& exitCode) {
+  static DeviceOptions portsOpt, identifyOpt, flashOpt;
+
+  CLI::App* ports = app.add_subcommand("ports", "List the serial ports");
+  ports->add_flag("--json", portsOpt.json, "Print a JSON array");
+  ports->callback([&exitCode] { exitCode = runPorts(portsOpt.json); });
+
+  CLI::App* identify = app.add_subcommand("identify", "Find the device on a port and print its identity");
+  identify->add_option("--port", identifyOpt.ports, "Serial port")->required()->expected(1);
+  identify->add_option("--baud", identifyOpt.baud, "auto (the ladder 9600 ... 921600) or one of its rates")
+      ->capture_default_str();
+  identify->add_flag("--json", identifyOpt.json, "Print a JSON object");
+  identify->callback([&exitCode] { exitCode = runIdentify(identifyOpt); });
+
+  CLI::App* flash = app.add_subcommand("flash", "Flash an AELF image into the device on one or more ports");
+  flash->add_option("--port", flashOpt.ports, "Serial port; repeat to flash several devices at once")
+      ->required()
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  flash->add_option("--baud", flashOpt.baud, "auto (the ladder 9600 ... 921600) or one of its rates")
+      ->capture_default_str();
+  flash->add_option("--id", flashOpt.id, "Address this identity (0xAAAAAAAA-BBBBBBBB-CCCCCCCC)");
+  flash->add_option("--framing", flashOpt.framing, "Reply framing: fast, or gap (100 ms of silence)")
+      ->check(CLI::IsMember({"fast", "gap"}))
+      ->capture_default_str();
+  flash->add_flag("--json", flashOpt.json, "One JSON object per line on stdout");
+  flash->add_flag("--quiet", flashOpt.quiet, "No progress, only errors");
+  flash->add_option("image", flashOpt.image, "The .alf image")->required();
+  flash->callback([&exitCode] { exitCode = runFlash(flashOpt); });
+}
