@@ -16,6 +16,7 @@
 namespace {
 
 volatile std::sig_atomic_t gStop = 0;
+constexpr std::size_t kMaxPendingReplies = 64;
 
 void onSignal(int) { gStop = 1; }
 
@@ -162,7 +163,13 @@ int main(int argc, char** argv) {
       RequestOutcome out = device.onFrame(frame, hostBaud);
       log.line(out.text);
       if (out.finished) dumpFlash(opt, device, log);
-      if (out.hasReply) pending.push_back(std::move(out.reply));
+      if (!out.hasReply) continue;
+      // A real device holds only so much; a host that floods it loses replies.
+      if (pending.size() >= kMaxPendingReplies) {
+        log.line("reply discarded: " + std::to_string(pending.size()) + " replies already waiting");
+        continue;
+      }
+      pending.push_back(std::move(out.reply));
     }
   }
 
