@@ -132,6 +132,7 @@ class HostPort {
     if (fd_ >= 0) close(fd_);
   }
   bool ok() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
   void setSpeed(speed_t speed) {
     termios t{};
     tcgetattr(fd_, &t);
@@ -305,6 +306,30 @@ TEST_F(SimPty, WithoutALinkItNamesTheSlave) {
   HostPort port(line.substr(6), B115200);
   ASSERT_TRUE(port.ok());
   EXPECT_EQ(port.transact(request(CmdIdentify, broadcastIds(), 0, 0)).size(), 24u);
+  EXPECT_EQ(sim.terminate(), 0);
+}
+
+TEST_F(SimPty, SurvivesGarbagePartialFramesAndHostsThatLeave) {
+  Sim sim({"--link", link_, "--late-reply", "1:150"});
+  ASSERT_EQ(sim.ready(), "READY " + link_);
+  const auto ident = request(CmdIdentify, broadcastIds(), 0, 0);
+  {
+    // The host asks, then goes away before the late reply is out.
+    HostPort port(link_, B115200);
+    ASSERT_TRUE(port.ok());
+    EXPECT_TRUE(port.transact(ident, 20).empty());
+  }
+  usleep(300000);
+  HostPort port(link_, B115200);
+  ASSERT_TRUE(port.ok());
+  tcflush(port.fd(), TCIFLUSH);  // what the host left behind
+  std::vector<std::uint8_t> junk(5000);
+  for (std::size_t i = 0; i < junk.size(); ++i) junk[i] = static_cast<std::uint8_t>(i * 37 + (i >> 3));
+  EXPECT_TRUE(port.transact(junk, 100).empty());
+  EXPECT_TRUE(port.transact(std::vector<std::uint8_t>(ident.begin(), ident.begin() + 11), 100).empty());
+  const auto reply = port.transact(ident);
+  ASSERT_EQ(reply.size(), 24u);
+  EXPECT_TRUE(frameCrcOk(reply.data(), 24));
   EXPECT_EQ(sim.terminate(), 0);
 }
 
