@@ -122,17 +122,25 @@ std::uint32_t DeviceSession::lockedRead(std::uint8_t* buffer, std::uint32_t size
   return read(buffer, size);
 }
 
+// Sleeps a second, or less when the session is being destroyed.
+void DeviceSession::sleepClosed() {
+  std::unique_lock<std::mutex> lock(stopMutex_);
+  stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] { return stop.load(); });
+}
+
 // One pass is a tick: receive, run the time-out, sleep 1 ms. While the port is closed
-// the worker sleeps a second at a time (cut short only by stop).
+// the worker sleeps a second at a time. The first pass always counts as closed (the
+// port opens after the worker starts), so polling begins about 1 s after construction
+// and a reply that came meanwhile is taken before any time-out runs.
 void DeviceSession::workerLoop() {
+  if (!stop.load()) sleepClosed();
   while (!stop.load()) {
     if (isOpen()) {
       if (!failed.load()) receive();
       timeoutStep();
       std::this_thread::sleep_until(Clock::now() + milliseconds(1));
     } else {
-      std::unique_lock<std::mutex> lock(stopMutex_);
-      stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] { return stop.load(); });
+      sleepClosed();
     }
   }
   std::unique_lock<std::shared_mutex> lock(portLock_);

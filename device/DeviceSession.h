@@ -77,6 +77,7 @@ public:
 
 private:
   void workerLoop();
+  void sleepClosed();
   void receive();
   void timeoutStep();
   std::uint32_t readGapFrame();
