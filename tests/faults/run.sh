@@ -142,7 +142,7 @@ runCase() {
 
   local verdict note
   local message
-  message=$(grep -v '^\s*$' "$dir/cli.out" | tail -n 1 | cut -c1-70)
+  message=$(grep -v "^\s*$" "$dir/cli.out" | tail -n 1 | sed "s|$port|PORT|g" | cut -c1-70)
   if grep -qE 'AddressSanitizer|LeakSanitizer|UndefinedBehaviorSanitizer|runtime error:' "$dir/cli.out"; then
     verdict=silent; note="sanitizer: $(grep -m1 -E 'ERROR|runtime error' "$dir/cli.out" | cut -c1-60)"
   elif [ $rc -eq 137 ] || [ $rc -eq 124 ]; then
@@ -165,7 +165,7 @@ runCase() {
 
 # --- the matrix
 cases=()
-add() { cases+=("$1"$'\t'"$2"$'\t'"$3"$'\t'"${4:-}"); }
+add() { cases+=("$1;$2;$3;${4:-}"); }
 fast="--baud auto --framing fast"
 gap="--baud auto --framing gap"
 positions="discovery:$rDiscovery start:$rStart first-check:$rFirstCheck first-write:$rFirstWrite middle-write:$rMidWrite header-write:$rHeaderWrite finish:$rFinish"
@@ -194,16 +194,17 @@ for n in 1 $mid $((blocks - 1)) $blocks; do
 done
 for p in discovery:$rDiscovery start:$rStart first-check:$rFirstCheck middle-write:$rMidWrite header-write:$rHeaderWrite finish:$rFinish; do
   where=${p%%:*}; r=${p#*:}
-  add "sim-killed-$where" "" "$fast" "kill:$r"
-  add "port-removed-$where" "" "$fast" "term:$r"
+  # A slow device (100 ms a write) so that the signal lands while the flash runs.
+  add "sim-killed-$where" "--write-ms 100" "$fast" "kill:$r"
+  add "port-removed-$where" "--write-ms 100" "$fast" "term:$r"
 done
 
 started=$(date +%s)
 running=0
 for c in "${cases[@]}"; do
-  IFS=$'\t' read -r name simArgs cliArgs action <<<"$c"
+  IFS=';' read -r name simArgs cliArgs action <<<"$c"
   [ -n "$only" ] && ! [[ $name =~ $only ]] && continue
-  runCase "$name" "$simArgs" "$cliArgs" "$action" &
+  runCase "$name" "$simArgs" "$cliArgs" "$action" 2>/dev/null &
   running=$((running + 1))
   if [ $running -ge "$jobs" ]; then
     wait -n
@@ -216,7 +217,7 @@ passed=0
 failed=0
 printf '%-30s %-18s %6s  %s\n' case verdict secs note
 for c in "${cases[@]}"; do
-  IFS=$'\t' read -r name _ <<<"$c"
+  IFS=';' read -r name _ <<<"$c"
   [ -f "$work/$name/result" ] || continue
   IFS='|' read -r _ verdict secs note <"$work/$name/result"
   case $verdict in
