@@ -1,0 +1,133 @@
+#!/usr/bin/env bash
+# qmload (Linux GUI) end to end under a private Xvfb, against qmload-sim on a
+# pseudo-terminal. Cases:
+#   flash               choose the simulator's port in the combo box, "Open", wait
+#                       for the identity on stdout, "Flush", wait for the start
+#                       screen, then the device's flash holds every segment.
+#   close-during-flash  close the window while the 200 KiB sample is being written:
+#                       qmload ends at once and cleanly.
+# Needs QMLOAD_GUI, QMLOAD_CLI, QMLOAD_SIM, QMLOAD_CLOSE_WINDOW, QMLOAD_EXAMPLES;
+# screenshots go to QMLOAD_GUI_ARTIFACTS.
+#
+# The simulator listens at 921600 baud: the identify request waits one worker tick,
+# which only a device answering at that rate beats, so discovery walks the whole
+# baud ladder and finds the device at its last step.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+source "$here/gui_common.sh"
+case_name=${1:?case}
+: "${QMLOAD_GUI:?}" "${QMLOAD_CLI:?}" "${QMLOAD_SIM:?}" "${QMLOAD_CLOSE_WINDOW:?}" "${QMLOAD_EXAMPLES:?}"
+
+guiWork=$(mktemp -d "${TMPDIR:-/tmp}/qmload-gui.XXXXXX")
+trap guiCleanup EXIT
+guiArtifacts=${QMLOAD_GUI_ARTIFACTS:-$guiWork/shots}
+mkdir -p "$guiArtifacts"
+rm -f "$guiArtifacts"/*.png
+export QMLOAD_SIM_DIR=$guiWork/ports
+simLink=$QMLOAD_SIM_DIR/dev0
+dump=$guiWork/flash.bin
+identity=0x00c0ffee-12345678-9abcdef0
+red=181,45,69 # button and progress colour
+
+# Client coordinates of the widgets: window at 15,15, 4 px padding and spacing.
+comboX=140 comboY=33 itemX=150 itemY0=63 itemStep=29
+openX=140 openY=63 openProbeY=70
+flushX=140 flushY=77
+barX=30 barY=40
+
+buildSmallImage() {
+  # A 4 KiB program and 300 bytes of resources: 19 blocks with the header.
+  cat >"$guiWork/small.map" <<'MAP'
+.text           0x08004000      0x1000
+                0x08004000      __entryPoint__
+                0x08004101      loop
+                0x08004200      ModbusHGroups_Table
+                0x08004240      ModbusIGroups_Table
+                0x08004280      ModbusRemoteRegTables
+                0x08005000      _etext
+.bss            0x20000000      0x100
+MAP
+  head -c 300 "$QMLOAD_EXAMPLES/test.cpp_RES.bin" >"$guiWork/small-res.bin"
+  "$QMLOAD_CLI" build-aelf --map "$guiWork/small.map" --cfg "$QMLOAD_EXAMPLES/test.cpp_CFG.bin" \
+    --object "$QMLOAD_EXAMPLES/__target_out__.o" --res "$guiWork/small-res.bin" -o "$1" >"$guiWork/build.log"
+}
+
+buildSampleImage() {
+  "$QMLOAD_CLI" build-aelf --map "$QMLOAD_EXAMPLES/__output__.map" --cfg "$QMLOAD_EXAMPLES/test.cpp_CFG.bin" \
+    --object "$QMLOAD_EXAMPLES/__target_out__.o" --res "$QMLOAD_EXAMPLES/test.cpp_RES.bin" -o "$1" >"$guiWork/build.log"
+}
+
+pixelIs() { [ "$(guiPixel "$1" "$2")" = "$3" ]; }
+identityPrinted() { grep -qx "$identity" "$guiWork/app.out"; }
+appEnded() { ! kill -0 "$guiAppPid" 2>/dev/null; }
+
+# Starts everything and brings the GUI to the device-ready screen.
+openDevice() {
+  local image=$1
+  guiStartX
+  guiStartSim "$simLink" "$dump" --baud 921600
+  local index
+  index=$(guiIndexOfPort "$simLink")
+  [ "$index" -ge 0 ] || guiFail "the simulator's port is not listed"
+  [ "$index" -le 2 ] || guiFail "the simulator's port is entry $index; the drop-down shows three"
+  mkdir -p "$guiWork/run/a/b"
+  guiStartApp "$guiWork/run/a/b" "$image"
+
+  guiWaitFor 5 pixelIs $openX $openProbeY $red || guiFail "no red \"Open\" button on the start screen"
+  guiShot 1-start
+  if [ "$index" -gt 0 ]; then
+    guiClick $comboX $comboY
+    guiShot 2-port-list
+    guiClick $itemX $((itemY0 + itemStep * index))
+  fi
+  guiClick $openX $openY
+  guiShot 3-waiting
+  guiWaitFor 60 identityPrinted || guiFail "no identity on stdout"
+  [ "$(grep -c '^0x' "$guiWork/app.out")" = 1 ] || guiFail "more than one identity printed"
+  sleep 0.2
+  guiShot 4-device
+}
+
+closeWindow() {
+  "$QMLOAD_CLOSE_WINDOW" "$guiWindow" || guiFail "could not ask the window to close"
+  guiWaitFor 10 appEnded || guiFail "qmload did not end after its window was closed"
+  local status=0
+  wait "$guiAppPid" || status=$?
+  [ "$status" = 0 ] || guiFail "qmload ended with status $status"
+  if grep -qE 'AddressSanitizer|runtime error|LeakSanitizer' "$guiWork/app.log"; then
+    guiFail "sanitizer report in qmload's output"
+  fi
+}
+
+case $case_name in
+flash)
+  image=$guiWork/small.alf
+  buildSmallImage "$image"
+  openDevice "$image"
+  guiClick $flushX $flushY
+  guiWaitFor 30 pixelIs $barX $barY $red || guiFail "the progress bar did not start filling"
+  guiShot 5-flushing
+  guiWaitFor 120 pixelIs $openX $openProbeY $red || guiFail "the start screen did not come back"
+  guiShot 6-done
+  guiWaitFor 10 test -s "$dump" || guiFail "the simulator wrote no flash dump"
+  sleep 0.5 # the dump is written right after the finish reply
+  guiSegmentsMatch "$image" "$dump" || guiFail "the device's flash differs from the image"
+  closeWindow
+  echo "gui flash: identity $identity, $(grep -c '^frame' "$guiWork/app.log") frames drawn, flash matches the image"
+  ;;
+close-during-flash)
+  image=$guiWork/sample.alf
+  buildSampleImage "$image"
+  openDevice "$image"
+  guiClick $flushX $flushY
+  guiWaitFor 30 pixelIs $barX $barY $red || guiFail "the progress bar did not start filling"
+  guiShot 5-flushing
+  closeWindow
+  kill -0 "${guiPids[1]}" || guiFail "the simulator died with the GUI"
+  echo "gui close-during-flash: qmload ended cleanly while flashing"
+  ;;
+*)
+  echo "unknown case $case_name" >&2
+  exit 2
+  ;;
+esac
