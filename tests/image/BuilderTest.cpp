@@ -66,7 +66,7 @@ TEST(Builder, ProgramBytesComeFromTheFlashOffset)
     Inputs in;
     std::string console;
     ASSERT_TRUE(in.build(&console));
-    EXPECT_EQ(console, textLines(std::string(successConsole) + "AELF file '" + in.out + "' has been successfully created\n"));
+    EXPECT_EQ(console, (std::string(successConsole) + "AELF file '" + in.out + "' has been successfully created\n"));
 
     const std::string image = readFile(in.out);
     ASSERT_EQ(image.size(), 4u + 64 + 0x1A2C + 777);
@@ -119,7 +119,7 @@ TEST(Builder, MissingInputsKeepAnEarlierOutput)
         std::string console;
         EXPECT_FALSE(in.build(&console));
         const std::string line = c.message + in.*c.printed + (c.message.back() == '\'' ? "'\n" : "\n");
-        EXPECT_NE(console.find(textLines(line)), std::string::npos) << console;
+        EXPECT_NE(console.find((line)), std::string::npos) << console;
         EXPECT_EQ(console.find("successfully"), std::string::npos);
         EXPECT_EQ(readFile(in.out), "earlier image");
     }
@@ -131,7 +131,7 @@ TEST(Builder, OutputThatCannotBeCreated)
     in.out = in.dir + "no/such/folder/project.alf";
     std::string console;
     EXPECT_FALSE(in.build(&console));
-    EXPECT_EQ(console, textLines(std::string(successConsole) + "Can't create output file '" + in.out + "'\n"));
+    EXPECT_EQ(console, (std::string(successConsole) + "Can't create output file '" + in.out + "'\n"));
 }
 
 TEST(Builder, ShortAndOversizedInputsAreRefused)
@@ -142,7 +142,7 @@ TEST(Builder, ShortAndOversizedInputsAreRefused)
         writeFile(in.cfg, configTemplate().substr(0, 63));
         std::string console;
         EXPECT_FALSE(in.build(&console));
-        EXPECT_EQ(console, textLines("cfg file '" + in.cfg + "' is shorter than 64 bytes\n"));
+        EXPECT_EQ(console, ("cfg file '" + in.cfg + "' is shorter than 64 bytes\n"));
         EXPECT_EQ(readFile(in.out), "earlier image");
     }
     {
@@ -151,7 +151,7 @@ TEST(Builder, ShortAndOversizedInputsAreRefused)
         writeFile(in.object, pattern(0x4000 + 0x1A2B, 11)); // one byte short of the program's end
         std::string console;
         EXPECT_FALSE(in.build(&console));
-        EXPECT_NE(console.find(textLines("elf file '" + in.object + "' ends at offset 0x5a2b, the program needs up to 0x5a2c\n")),
+        EXPECT_NE(console.find(("elf file '" + in.object + "' ends at offset 0x5a2b, the program needs up to 0x5a2c\n")),
                   std::string::npos) << console;
         EXPECT_EQ(readFile(in.out), "earlier image");
         EXPECT_FALSE(fileExists(in.out + ".part"));
@@ -170,7 +170,7 @@ TEST(Builder, ShortAndOversizedInputsAreRefused)
         writeFile(in.res, pattern(0x48000 - 64 - 0x1A2C + 1, 3));
         std::string console;
         EXPECT_FALSE(in.build(&console));
-        EXPECT_NE(console.find(textLines("AELF image too large: 294913 bytes of header, program and resources, at most 294912\n")),
+        EXPECT_NE(console.find(("AELF image too large: 294913 bytes of header, program and resources, at most 294912\n")),
                   std::string::npos) << console;
         EXPECT_FALSE(fileExists(in.out));
     }
@@ -183,6 +183,6 @@ TEST(Builder, MapLineWithoutAddressIsAReportedFailure)
     writeFile(in.map, ".text 0x08004000\n.bss 0x20000000\n");
     std::string console;
     EXPECT_FALSE(in.build(&console));
-    EXPECT_EQ(console, textLines("map line without address: no symbol line before '.bss 0x20000000'\n"));
+    EXPECT_EQ(console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
     EXPECT_EQ(readFile(in.out), "earlier image");
 }

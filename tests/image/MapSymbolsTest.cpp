@@ -45,7 +45,7 @@ TEST(MapSymbols, ProgramRangeAndSymbols)
                                  ".bss 0x20000000 0x100\n"
                                  "0x08009999 loop\n");
     ASSERT_TRUE(result.found);
-    EXPECT_EQ(result.console, textLines("__entryPoint__: 8004000\nloop: 80041a5\nModbusHGroups_Table: 8006000\n"
+    EXPECT_EQ(result.console, ("__entryPoint__: 8004000\nloop: 80041a5\nModbusHGroups_Table: 8006000\n"
                                         "ModbusIGroups_Table: 8006100\nModbusRemoteRegTables: 8006200\n"));
     EXPECT_EQ(result.fields[0], 0x08004000u);  // entry
     EXPECT_EQ(result.fields[1], 0x080041A5u);  // loop, the line after ".bss" is never read
@@ -93,12 +93,12 @@ TEST(MapSymbols, ReportedFailures)
     uint8_t header[64] = {};
     startCapture();
     EXPECT_FALSE(readMapSymbols(dir + "none.map", header));
-    EXPECT_EQ(endCapture(), textLines("map file not open " + dir + "none.map\n"));
+    EXPECT_EQ(endCapture(), ("map file not open " + dir + "none.map\n"));
 
     Lookup result = lookUp("0x08004000 loop\n.bss 0x20000000\n");
     EXPECT_FALSE(result.found);
     // ".bss" before ".text" with nothing recorded.
-    EXPECT_EQ(result.console, textLines("map line without address: no symbol line before '.bss 0x20000000'\n"));
+    EXPECT_EQ(result.console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
 
     result = lookUp("0x08004000 loop\n");
     EXPECT_FALSE(result.found);
@@ -107,7 +107,7 @@ TEST(MapSymbols, ReportedFailures)
     result = lookUp(".text 0x08004000\n0x08004001 __entryPoint__\n0x08004101 loop\n0x08004201 ModbusHGroups_Table\n");
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.console,
-              textLines("__entryPoint__: 8004001\nloop: 8004101\nModbusHGroups_Table: 8004201\n"
+              ("__entryPoint__: 8004001\nloop: 8004101\nModbusHGroups_Table: 8004201\n"
                         "func ModbusIGroups_Table not found\n"));
     EXPECT_EQ(result.fields[2], 0x08004201u); // earlier fields already written
     EXPECT_EQ(result.fields[3], 0xEEEEEEEEu);
@@ -117,13 +117,13 @@ TEST(MapSymbols, LinesWithoutAnAddressAreReportedFailures)
 {
     Lookup result = lookUp(".text 0x0\n");
     EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.console, textLines("map line without address: '.text 0x0'\n"));
+    EXPECT_EQ(result.console, ("map line without address: '.text 0x0'\n"));
 
     result = lookUp(".text 0x08004000\n0x08004001 loop\n\n0x08004101 x\n");
     EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.console, textLines("map line without address: ''\n"));
+    EXPECT_EQ(result.console, ("map line without address: ''\n"));
 
     result = lookUp(".text 0x08004000\n.bss 0x20000000\n");
     EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.console, textLines("map line without address: no symbol line before '.bss 0x20000000'\n"));
+    EXPECT_EQ(result.console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
 }

@@ -108,7 +108,7 @@ TEST(AelfReader, OpenAndMagicFailures)
     AelfImage image;
     startCapture();
     EXPECT_EQ(readAelfImage(dir + "missing.alf", image), aelfCannotOpen);
-    EXPECT_EQ(endCapture(), textLines("Can't open aelf file '" + dir + "missing.alf'\n"));
+    EXPECT_EQ(endCapture(), ("Can't open aelf file '" + dir + "missing.alf'\n"));
 
     for (const char* magic : {"FLEA", "aelf", "AEL", ""}) {
         writeFile(dir + "bad.alf", std::string(magic) + aelfHeader({}));
@@ -116,7 +116,7 @@ TEST(AelfReader, OpenAndMagicFailures)
             writeFile(dir + "bad.alf", magic);
         startCapture();
         EXPECT_EQ(readAelfImage(dir + "bad.alf", image), aelfNotAelf) << magic;
-        EXPECT_EQ(endCapture(), textLines("File '" + dir + "bad.alf' is not AELF file\n"));
+        EXPECT_EQ(endCapture(), ("File '" + dir + "bad.alf' is not AELF file\n"));
     }
 }
 
@@ -138,7 +138,7 @@ TEST(AelfReader, OversizedAndTruncatedImagesAreRefusedWithoutTouchingTheArea)
     writeFile(dir + "big.alf", aelfFile(big, pattern(big.exeSize, 1), pattern(big.resSize, 2)));
     startCapture();
     EXPECT_EQ(readAelfImage(dir + "big.alf", image), aelfTooLarge);
-    EXPECT_EQ(endCapture(), textLines("File '" + dir + "big.alf' is too large: 294913 bytes of header, program and "
+    EXPECT_EQ(endCapture(), ("File '" + dir + "big.alf' is too large: 294913 bytes of header, program and "
                                       "resources, the image area holds 294912\n"));
 
     AelfHeaderValues huge; // sizes that wrap around in 32 bits
@@ -155,12 +155,12 @@ TEST(AelfReader, OversizedAndTruncatedImagesAreRefusedWithoutTouchingTheArea)
     writeFile(dir + "short.alf", aelfFile(shortValues, pattern(300, 9), pattern(19, 9)));
     startCapture();
     EXPECT_EQ(readAelfImage(dir + "short.alf", image), aelfTruncated);
-    EXPECT_EQ(endCapture(), textLines("File '" + dir + "short.alf' is truncated: 387 bytes, its header says 388\n"));
+    EXPECT_EQ(endCapture(), ("File '" + dir + "short.alf' is truncated: 387 bytes, its header says 388\n"));
 
     writeFile(dir + "header.alf", "AELF" + aelfHeader({}).substr(0, 63));
     startCapture();
     EXPECT_EQ(readAelfImage(dir + "header.alf", image), aelfTruncated);
-    EXPECT_EQ(endCapture(), textLines("File '" + dir + "header.alf' is truncated: 67 bytes, the header alone needs 68\n"));
+    EXPECT_EQ(endCapture(), ("File '" + dir + "header.alf' is truncated: 67 bytes, the header alone needs 68\n"));
 
     EXPECT_EQ(areaBytes(0, 64 + 320), before);
     for (int i = 0; i < 3; ++i) {

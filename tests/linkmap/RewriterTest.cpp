@@ -45,7 +45,7 @@ TEST(Rewriter, WorkedExample)
                             "ModbusHGroups_Table\nloop\nApplicationEntryPointWithAVeryLongName -> __entryPoint__\nunused_symbol\n",
                             mapText, templateLines(13));
     EXPECT_EQ(run.result, RewriteResult::WrittenSomeMissing);
-    EXPECT_EQ(run.console, textLines("replace ApplicationEntryPointWithAVeryLongName on __entryPoint__\n"
+    EXPECT_EQ(run.console, ("replace ApplicationEntryPointWithAVeryLongName on __entryPoint__\n"
                                      "func unused_symbol not found\n"));
     EXPECT_EQ(run.output, textLines(templateLines(11) +
                                     "ModbusHGroups_Table = 0x8004000;\nloop = 0x80000f4;\n__entryPoint__ = 0x80042a9;\n"
@@ -88,7 +88,7 @@ TEST(Rewriter, EntryForms)
                             "tableWithALongName->buf\n",
                             map, templateLines(11));
     EXPECT_EQ(run.result, RewriteResult::WrittenSomeMissing);
-    EXPECT_EQ(run.console, textLines("func  not found\nfunc nothere not found\nfunc  not found\n"
+    EXPECT_EQ(run.console, ("func  not found\nfunc nothere not found\nfunc  not found\n"
                                      "replace tableWithALongName on buf\n"));
     EXPECT_EQ(run.output, textLines(templateLines(11) +
                                     "ModbusHGroups_Table = 0x8004000;\nloop = 0x80000f4;\nloop = 0x80000f4;\n"
@@ -99,7 +99,7 @@ TEST(Rewriter, EmptyNameFromTheMapCanBeRenamed)
 {
     const RewriteRun run = rewrite(testFolder(), "->x\n", "  0x800'1000 Code\n", templateLines(11));
     EXPECT_EQ(run.result, RewriteResult::Written);
-    EXPECT_EQ(run.console, textLines("replace  on x\n"));
+    EXPECT_EQ(run.console, ("replace  on x\n"));
     EXPECT_EQ(run.output, textLines(templateLines(11) + "x = 0x8001000;\n"));
 }
 
@@ -126,18 +126,18 @@ TEST(Rewriter, UnopenableFilesLeaveTheOutputUntouched)
     startCapture();
     EXPECT_EQ(rewriteLinkerScript(dir + "funcList.txt", dir + "no.map", dir + "target.ld", dir + "target_out.ld"),
               RewriteResult::NotWritten);
-    EXPECT_EQ(endCapture(), textLines("map file not open " + dir + "no.map\n"));
+    EXPECT_EQ(endCapture(), ("map file not open " + dir + "no.map\n"));
 
     startCapture();
     EXPECT_EQ(rewriteLinkerScript(dir + "funcList.txt", dir + "out.map", dir + "no.ld", dir + "target_out.ld"),
               RewriteResult::NotWritten);
-    EXPECT_EQ(endCapture(), textLines("target file not open " + dir + "no.ld\n"));
+    EXPECT_EQ(endCapture(), ("target file not open " + dir + "no.ld\n"));
     EXPECT_EQ(readFile(dir + "target_out.ld"), "previous output\n");
 
     startCapture();
     EXPECT_EQ(rewriteLinkerScript(dir + "funcList.txt", dir + "out.map", dir + "target.ld", dir + "none/target_out.ld"),
               RewriteResult::NotWritten);
-    EXPECT_EQ(endCapture(), textLines("target_out file not open \n"));
+    EXPECT_EQ(endCapture(), ("target_out file not open \n"));
     EXPECT_FALSE(fileExists(dir + "target_out.ld.part"));
 }
 

@@ -38,7 +38,8 @@ inline bool fileExists(const std::string& path)
     return std::filesystem::exists(path);
 }
 
-// Text written in text mode: on Windows every line end is CR LF.
+// Text written to a file in text mode: on Windows every line end is CR LF.
+// (Captured standard output is read back in text mode, so it always has LF.)
 inline std::string textLines(const std::string& lfText)
 {
 #ifdef _WIN32
