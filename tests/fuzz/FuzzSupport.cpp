@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <unistd.h>
@@ -14,6 +15,7 @@ const std::string& fuzzScratchDir()
             std::perror("mkdtemp");
             std::abort();
         }
+        std::atexit([] { std::error_code ignored; std::filesystem::remove_all(fuzzScratchDir(), ignored); });
         return pattern;
     }();
     return dir;
