@@ -15,7 +15,10 @@ const std::string& fuzzScratchDir()
             std::perror("mkdtemp");
             std::abort();
         }
-        std::atexit([] { std::error_code ignored; std::filesystem::remove_all(fuzzScratchDir(), ignored); });
+        // Removed at exit; the path is kept in plain storage, which outlives the string.
+        static char removeAtExit[64];
+        std::snprintf(removeAtExit, sizeof removeAtExit, "%s", pattern.c_str());
+        std::atexit([] { std::error_code ignored; std::filesystem::remove_all(removeAtExit, ignored); });
         return pattern;
     }();
     return dir;
