@@ -1,0 +1,65 @@
+# Shared set-up for the Wine helper scripts; sourced, not run.
+#
+# Every Windows program of ours runs in one private, quiet Wine prefix
+# (default ~/.cache/qmload/wine, or $QMLOAD_WINEPREFIX). The first use creates it,
+# maps the font name "Arial" to Liberation Sans and records that it is ready.
+#
+# A freshly started wineserver makes the first program launch background
+# services that inherit that program's stdout and stderr. Anything reading
+# those through a pipe (ctest, $(...), | tee) would then wait for the services
+# to end, which they never do. So wine_ready starts a persistent wineserver
+# itself and runs one warm-up command with its output going to a log file;
+# later programs find the services already running and their pipes close
+# when they exit. A lock file serialises this between programs started at
+# the same time.
+#
+# The persistent wineserver stays for QMLOAD_WINE_LINGER seconds (default 1800)
+# after the last Wine program ended. Stop it at once with scripts/wine-stop.sh
+# (or: WINEPREFIX=<prefix> wineserver -k).
+
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEARCH=win64
+export WINEPREFIX="${QMLOAD_WINEPREFIX:-$HOME/.cache/qmload/wine}"
+qmload_wine_linger="${QMLOAD_WINE_LINGER:-1800}"
+qmload_wine_log="$WINEPREFIX.log"
+
+# Creates the prefix when it is missing. Call with the lock held.
+wine_create_prefix() {
+  if [ -f "$WINEPREFIX/.qmload-ready" ]; then
+    return 0
+  fi
+  echo "wine: creating prefix $WINEPREFIX" >&2
+  mkdir -p "$WINEPREFIX"
+  wineboot -i >>"$qmload_wine_log" 2>&1 9>&- || return 1
+  # Our window asks for "Arial"; Wine finds the metric-compatible Liberation
+  # Sans through fontconfig once the name is mapped.
+  wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v Arial /t REG_SZ \
+    /d 'Liberation Sans' /f >>"$qmload_wine_log" 2>&1 9>&- || return 1
+  # Write the registry to disk before anything else reads the prefix.
+  wineserver -k >>"$qmload_wine_log" 2>&1 9>&-
+  wineserver -w 9>&-
+  touch "$WINEPREFIX/.qmload-ready"
+}
+
+# Makes sure the prefix exists and a warmed-up persistent wineserver runs.
+wine_ready() {
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  exec 9>"$WINEPREFIX.lock"
+  flock 9
+  wine_create_prefix || { echo "wine: could not create the prefix $WINEPREFIX (see $qmload_wine_log)" >&2; exec 9>&-; return 1; }
+  # Exit status 0: a new server was started here. 2: one is already running.
+  # The server and the services it starts must not inherit the lock (fd 9).
+  if wineserver "-p$qmload_wine_linger" >>"$qmload_wine_log" 2>&1 9>&-; then
+    wine cmd /c exit 0 >>"$qmload_wine_log" 2>&1 </dev/null 9>&-
+  fi
+  exec 9>&-
+  return 0
+}
+
+# Stops the prefix's wineserver and waits until it is gone.
+wine_stop() {
+  wineserver -k >/dev/null 2>&1
+  wineserver -w >/dev/null 2>&1
+  return 0
+}

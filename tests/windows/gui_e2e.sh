@@ -1,0 +1,120 @@
+#!/usr/bin/env bash
+# The Windows GUI end to end: qmload.exe under Wine on an Xvfb display flashes an
+# image into the Linux simulator, whose pty is mapped to COM7 in the Wine prefix.
+#
+#   gui_e2e.sh QMLOAD_EXE IMAGE_TOOL_EXE WORKDIR
+#
+# The simulator is $QMLOAD_SIM, or the newest build/*/sim/qmload-sim of this
+# repository; without one the test is skipped (exit 77). Screenshots of every
+# stage are written to WORKDIR/shot-*.png.
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+qmload=${1:?qmload.exe}
+imageTool=${2:?image tool}
+work=${3:?work dir}
+wineRun=$root/scripts/wine-run.sh
+comLink=/tmp/qmload-wine-com7 # the fixed path COM7 points at
+com=COM7
+
+skip() { echo "SKIPPED: $*"; exit 77; }
+fail() {
+  echo "FAIL: $*"
+  for f in gui.out sim.err; do
+    [ -s "$work/$f" ] && { echo "--- $f"; tail -n 20 "$work/$f"; }
+  done
+  exit 1
+}
+
+sim=${QMLOAD_SIM:-}
+if [ -z "$sim" ]; then
+  sim=$(ls -t "$root"/build/*/sim/qmload-sim 2>/dev/null | head -n 1)
+fi
+[ -n "$sim" ] && [ -x "$sim" ] || skip "no Linux qmload-sim (build the linux preset first, or set QMLOAD_SIM)"
+for tool in Xvfb xdotool xwd /usr/bin/convert; do
+  command -v "$tool" >/dev/null || skip "$tool is not installed"
+done
+
+rm -rf "$work"
+mkdir -p "$work"
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
+  wait 2>/dev/null
+  rm -f "$comLink"
+}
+trap cleanup EXIT
+
+# The image, and the flash the device must hold afterwards. 41 program blocks,
+# 2 resource blocks and the header block: long enough to see the bar move.
+"$wineRun" "$imageTool" make "$work/image.alf" 0x08004000 $((40 * 256 + 17)) 0x08030000 $((256 + 200)) 11 \
+  >"$work/image.log" 2>&1 || fail "could not make the image"
+"$wineRun" "$imageTool" expect "$work/image.alf" "$work/expected.bin" >>"$work/image.log" 2>&1 ||
+  fail "could not compute the expected flash"
+
+# A display of our own.
+display=
+for n in $(seq 91 120); do
+  if [ ! -e "/tmp/.X$n-lock" ] && [ ! -e "/tmp/.X11-unix/X$n" ]; then display=:$n; break; fi
+done
+[ -n "$display" ] || fail "no free X display number"
+Xvfb "$display" -screen 0 1024x768x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
+pids+=($!)
+export DISPLAY=$display
+for _ in $(seq 50); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
+xdotool getdisplaygeometry >/dev/null 2>&1 || fail "Xvfb did not start"
+
+# The device on a fixed link, mapped to COM7 (this restarts the wineserver).
+rm -f "$comLink"
+"$sim" --link "$comLink" --dump "$work/dump.bin" --verbose >"$work/sim.out" 2>"$work/sim.err" &
+pids+=($!)
+for _ in $(seq 100); do grep -q '^READY ' "$work/sim.out" 2>/dev/null && break; sleep 0.05; done
+grep -q '^READY ' "$work/sim.out" || fail "the simulator did not start"
+"$root/scripts/wine-map-com.sh" "$com" "$comLink" || fail "could not map $com"
+
+shot() { # NAME: the window's client area as WORKDIR/shot-NAME.png
+  xwd -silent -id "$window" | /usr/bin/convert xwd:- "$work/shot-$1.png" 2>/dev/null ||
+    echo "note: no screenshot $1"
+}
+click() { # X Y in client coordinates
+  xdotool mousemove --window "$window" "$1" "$2" sleep 0.1 click 1
+}
+waitFor() { # SECONDS DESCRIPTION COMMAND...: polls COMMAND every 0.1 s
+  local limit=$(($1 * 10)) what=$2
+  shift 2
+  for _ in $(seq "$limit"); do "$@" && return 0; sleep 0.1; done
+  fail "timed out waiting for $what"
+}
+
+# stdout goes to a file: the identity is read from it.
+"$wineRun" "$qmload" "$work/image.alf" >"$work/gui.out" 2>&1 &
+pids+=($!)
+guiPid=$!
+window=
+findWindow() { window=$(xdotool search --name 'qmload \.::Vantorix' 2>/dev/null | head -n 1); [ -n "$window" ]; }
+waitFor 60 "the qmload window" findWindow
+sleep 1
+geometry=$(xdotool getwindowgeometry "$window" | sed -n 's/.*Geometry: //p')
+echo "window $window, client area $geometry"
+[ "$geometry" = "280x160" ] || fail "client area is $geometry, expected 280x160"
+shot 1-start
+
+# The combo shows the mapped port; open it.
+click 140 60
+waitFor 20 "the identity on stdout" grep -q '0x00c0ffee-12345678-9abcdef0' "$work/gui.out"
+sleep 0.5
+shot 2-device-ready
+
+# Flush, look at the bar once while it moves, then wait for the finish.
+click 140 78
+sleep 3
+shot 3-flushing
+finished() { [ -f "$work/dump.bin" ] && grep -q 'dump' "$work/sim.err"; }
+waitFor 120 "the end of the flash (the simulator's dump)" finished
+sleep 1
+shot 4-start-again
+
+cmp "$work/dump.bin" "$work/expected.bin" || fail "the device's flash differs from the image"
+kill -0 "$guiPid" 2>/dev/null || fail "qmload.exe ended by itself"
+echo "the device holds the image; screenshots in $work"
+exit 0
