@@ -91,6 +91,15 @@ TEST(Builder, ProgramBytesComeFromTheFlashOffset)
     EXPECT_EQ(loaded.segments[1].size, 777u);
 }
 
+TEST(Builder, ReplacesAnEarlierOutput)
+{
+    Inputs in;
+    writeFile(in.out, "earlier image");
+    ASSERT_TRUE(in.build());
+    EXPECT_EQ(readFile(in.out).size(), 4u + 64 + 0x1A2C + 777);
+    EXPECT_FALSE(fileExists(in.out + ".part"));
+}
+
 TEST(Builder, EmptyResourceFile)
 {
     Inputs in;

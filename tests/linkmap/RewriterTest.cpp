@@ -141,6 +141,16 @@ TEST(Rewriter, UnopenableFilesLeaveTheOutputUntouched)
     EXPECT_FALSE(fileExists(dir + "target_out.ld.part"));
 }
 
+TEST(Rewriter, ReplacesAnEarlierOutput)
+{
+    const std::string dir = testFolder();
+    writeFile(dir + "target_out.ld", "previous output\n");
+    const RewriteRun run = rewrite(dir, "loop\n", mapText, templateLines(11));
+    EXPECT_EQ(run.result, RewriteResult::Written);
+    EXPECT_EQ(run.output, textLines(templateLines(11) + "loop = 0x80000f4;\n"));
+    EXPECT_FALSE(fileExists(dir + "target_out.ld.part"));
+}
+
 TEST(Rewriter, DefaultOutputIsTwoLevelsUp)
 {
     // The default output path is the GUI's fixed one; run from a folder two levels down.
