@@ -194,6 +194,19 @@ interrupt)
   expect_rc 130
   [ $((SECONDS - started)) -le 5 ] || fail "took too long to stop"
   ;;
+ports)
+  mkdir -p "$work/simdir"
+  "$sim" --link "$work/simdir/qm-e2e" >"$work/ports.sim.out" 2>&1 &
+  simPid[ports]=$!
+  for _ in $(seq 100); do grep -q '^READY ' "$work/ports.sim.out" && break; sleep 0.05; done
+  QMLOAD_SIM_DIR=$work/simdir run_cli ports ports --json
+  expect_rc 0
+  grep -qF "\"port\":\"$work/simdir/qm-e2e\"" "$work/ports.out" || fail "the simulator's port is not listed"
+  grep -qF "pseudo-terminal /dev/pts/" "$work/ports.out" || fail "the port is not described"
+  QMLOAD_SIM_DIR=$work/simdir run_cli ports-text ports
+  expect_rc 0
+  expect_text ports-text "$work/simdir/qm-e2e"
+  ;;
 exit-codes)
   start_sim dev --baud 57600 # a rate outside the ladder: nobody answers
   odd_image

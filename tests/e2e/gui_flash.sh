@@ -65,7 +65,8 @@ appEnded() { ! kill -0 "$guiAppPid" 2>/dev/null; }
 openDevice() {
   local image=$1
   guiStartX
-  guiStartSim "$simLink" "$dump" --baud 921600
+  # shellcheck disable=SC2086
+  guiStartSim "$simLink" "$dump" --baud 921600 ${QMLOAD_GUI_SIM_OPTIONS:-}
   local index
   index=$(guiIndexOfPort "$simLink")
   [ "$index" -ge 0 ] || guiFail "the simulator's port is not listed"
