@@ -23,6 +23,12 @@ constexpr std::uint32_t kFastMinFrame = kFrameHeader + 2;
 // How often the fast framing looks for new bytes.
 constexpr microseconds kFastPoll{250};
 
+// Sleeps until the steady clock reaches deadline. Loops, because a single sleep may
+// end early (mingw's sleep under Wine returns after a fraction of a millisecond).
+void sleepUntil(Clock::time_point deadline) {
+  for (auto now = Clock::now(); now < deadline; now = Clock::now()) std::this_thread::sleep_until(deadline);
+}
+
 // The silence that ends a fast frame: three character times (10 bits each), at least 2 ms.
 microseconds quietTime(std::uint32_t baud) {
   const auto chars = microseconds(baud == 0 ? 0 : 30'000'000ull / baud);
@@ -138,7 +144,7 @@ void DeviceSession::workerLoop() {
     if (isOpen()) {
       if (!failed.load()) receive();
       timeoutStep();
-      std::this_thread::sleep_until(Clock::now() + milliseconds(1));
+      sleepUntil(Clock::now() + milliseconds(1));
     } else {
       sleepClosed();
     }
@@ -198,7 +204,7 @@ void DeviceSession::receive() {
     busy.exchange(false);
     wake();
     // Frames that arrived together are all taken now; the last good one wins.
-    std::this_thread::sleep_until(Clock::now() + milliseconds(1));
+    sleepUntil(Clock::now() + milliseconds(1));
     if (lockedAvailable() == 0) return;
   }
 }
