@@ -6,6 +6,7 @@
 
 #include "app/FlashScreen.h"
 #include "app/GuiState.h"
+#include "app/PopupRelease.h"
 #include "app/ScreenWindow.h"
 #include "app/StartScreen.h"
 #include "image/AelfImage.h"
@@ -22,6 +23,7 @@ constexpr const char* defaultImagePath = "./../../prog.alf";
 // The "Flush error!" pop-up with one message. Closing it, by its button or by its
 // title bar, goes back to the start screen and clears the flag.
 void drawErrorPopup(nk_context* ctx, StartScreen& screen, bool& flag, const char* message) {
+  notePopupDrawn();
   if (nk_popup_begin(ctx, NK_POPUP_STATIC, "Flush error!", NK_WINDOW_CLOSABLE, nk_rect(20, 20, 200, 100))) {
     nk_layout_row_dynamic(ctx, 20, 1);
     nk_label(ctx, message, NK_TEXT_CENTERED);
@@ -118,6 +120,7 @@ void drawFlashScreen(nk_context* ctx, StartScreen& screen) {
     }
   }
   nk_end(ctx);
+  releaseAbandonedPopup(ctx, screenWindowName);
 }
 
 } // namespace StartScreenSpace

@@ -1,6 +1,7 @@
 // The start screen: port choice, "Open", and the toolchain row while no program
 // path is set.
 #include "app/GuiState.h"
+#include "app/PopupRelease.h"
 #include "app/ScreenWindow.h"
 #include "app/StartScreen.h"
 
@@ -35,6 +36,7 @@ void drawStartScreen(nk_context* ctx, StartScreen& screen) {
     if (programPath.empty()) drawToolchainRow(ctx);
   }
   nk_end(ctx);
+  releaseAbandonedPopup(ctx, screenWindowName);
 }
 
 } // namespace StartScreenSpace

@@ -135,3 +135,32 @@ TEST_F(ScreenTest, SecondDiscoveryAppendsButPrintsTheFirstDeviceFound) {
   EXPECT_EQ(deviceIds[1], "0x00000004-00000005-00000006");
   EXPECT_STREQ(flushState.deviceItems[0], "0x00000004-00000005-00000006");
 }
+
+TEST_F(ScreenTest, DeviceAnsweringBehindNotFoundPopupLeavesTheNextScreenUsable) {
+  h->frame();
+  h->click("Open");
+  for (int frames = 0; !h->shows("Devices are not found") && frames < 200; ++frames) {
+    if (link().busy) link().fail();
+    h->frame();
+  }
+  ASSERT_TRUE(h->shows("Devices are not found"));
+  // Discovery goes on behind the pop-up; this time a device answers.
+  for (int frames = 0; mode() == WaitDevices && frames < 20; ++frames) {
+    if (link().busy) link().answer(7, 8, 9);
+    testing::internal::CaptureStdout();
+    h->frame();
+    testing::internal::GetCapturedStdout();
+  }
+  ASSERT_EQ(mode(), DeviceReady);
+  EXPECT_TRUE(flushState.notFoundPopup); // left set on purpose
+  h->frame();
+  EXPECT_FALSE(h->shows("Devices are not found"));
+  h->click("Close");
+  EXPECT_EQ(mode(), PortSelect) << "the buttons of the device screen must still work";
+
+  // The pop-up shows again as soon as the screen waits for a device.
+  h->frame();
+  h->click("Open");
+  h->frame();
+  EXPECT_TRUE(h->shows("Devices are not found")) << h->dump();
+}

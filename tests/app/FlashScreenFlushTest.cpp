@@ -92,8 +92,12 @@ TEST_F(FlushTest, FlushWritesEverySegmentBlockByBlockThenFinishes) {
       EXPECT_EQ(r.length, 256u);
       EXPECT_EQ(r.timeout, 1000u);
     }
-    if (r.command == 1) EXPECT_EQ(r.timeout, 100u);
-    if (r.command == 18) EXPECT_EQ(r.timeout, 500u);
+    if (r.command == 1) {
+      EXPECT_EQ(r.timeout, 100u);
+    }
+    if (r.command == 18) {
+      EXPECT_EQ(r.timeout, 500u);
+    }
   }
   // 256 per block: five blocks count 1280, more than the image's 764 bytes.
   EXPECT_EQ(flushState.total, 764u);
@@ -103,7 +107,9 @@ TEST_F(FlushTest, FlushWritesEverySegmentBlockByBlockThenFinishes) {
   ASSERT_FALSE(fills.empty());
   for (std::size_t i = 0; i < fills.size(); ++i) {
     EXPECT_GE(fills[i], 0) << "frame " << i;
-    if (i > 0) EXPECT_GE(fills[i], fills[i - 1]) << "frame " << i;
+    if (i > 0) {
+      EXPECT_GE(fills[i], fills[i - 1]) << "frame " << i;
+    }
   }
   EXPECT_GT(fills.back(), fills.front());
   h->frame();
@@ -131,17 +137,21 @@ TEST_F(FlushTest, SeventhFailureRaisesDeviceNotResponseAndRetriesGoOn) {
   ASSERT_EQ(link().requests.back().command, 1);
   const std::size_t sent = link().requests.size();
 
-  // The check-block request and six repetitions fail.
-  for (int i = 0; i < 7; ++i) {
+  // The check-block request and five repetitions fail: each is sent again.
+  for (int i = 0; i < 6; ++i) {
     link().fail();
     h->frame();
     EXPECT_GE(progressFill(*h), 0) << "failure " << i;
   }
   EXPECT_EQ(link().requests.size(), sent + 6);
   EXPECT_FALSE(flushState.flushErrorPopup);
-  // The frame that raises the pop-up has no progress bar.
+  // The sixth repetition fails too: seven failures in a row raise the pop-up, and
+  // that frame has no progress bar.
+  link().fail();
+  h->frame();
   EXPECT_EQ(progressFill(*h), -1.0f);
   EXPECT_TRUE(flushState.flushErrorPopup);
+  EXPECT_EQ(link().requests.size(), sent + 6);
   EXPECT_EQ(flushState.retries, 1u);
 
   h->frame();
@@ -154,6 +164,29 @@ TEST_F(FlushTest, SeventhFailureRaisesDeviceNotResponseAndRetriesGoOn) {
   h->click("Close");
   EXPECT_EQ(mode(), PortSelect);
   EXPECT_FALSE(flushState.flushErrorPopup);
+}
+
+TEST_F(FlushTest, RetrySucceedingBehindThePopupFinishesTheFlash) {
+  startFlush(300, 0); // two program blocks and the header block
+  link().answer(0); // Start
+  h->frame();
+  for (int i = 0; i < 7; ++i) {
+    link().fail();
+    h->frame();
+  }
+  h->frame();
+  ASSERT_TRUE(h->shows("Device not response"));
+  for (int frames = 0; mode() == Flushing && frames < 50; ++frames) {
+    if (link().busy) link().answer(1);
+    h->frame();
+  }
+  ASSERT_EQ(mode(), PortSelect);
+  EXPECT_EQ(link().requests.back().command, 18);
+  EXPECT_TRUE(flushState.flushErrorPopup); // only closing the pop-up clears it
+  h->frame();
+  EXPECT_FALSE(h->shows("Device not response"));
+  h->click("Open");
+  EXPECT_EQ(mode(), WaitDevices) << "the start screen must take input again";
 }
 
 TEST_F(FlushTest, UnreadableImageLeavesTheScreenAsItWas) {

@@ -25,7 +25,7 @@ void ScreenTest::SetUp() {
   deviceIds.clear();
   selectedPort = 0;
   flushState = FlushState{};
-  testPorts = {"/dev/ttyFAKE0", "/dev/ttyFAKE1"};
+  testPorts = {"COM1", "COM7"};
   setSessionFactory(makeFakeLink);
   setPortLister(listTestPorts);
   h = std::make_unique<ScreenHarness>();

@@ -7,7 +7,7 @@ TEST_F(ScreenTest, StartScreenShowsPortsOpenAndToolchainRowWhileNoProgramPath) {
   h->frame();
   EXPECT_EQ(mode(), PortSelect);
   EXPECT_TRUE(h->shows("Port"));
-  EXPECT_TRUE(h->shows("/dev/ttyFAKE0")) << h->dump(); // the combo box shows the chosen port
+  EXPECT_TRUE(h->shows("COM1")) << h->dump(); // the combo box shows the chosen port
   EXPECT_TRUE(h->shows("Refresh"));
   EXPECT_TRUE(h->shows("Open"));
   EXPECT_TRUE(h->shows("parse map1"));
@@ -33,9 +33,9 @@ TEST_F(ScreenTest, RefreshFindsNewPortsWithinTheSameFrame) {
   refreshPortList();
   h->frame();
   ASSERT_TRUE(h->shows("NO PORTS"));
-  testPorts = {"/dev/ttyNEW"};
+  testPorts = {"COM3"};
   h->click("Refresh");
-  EXPECT_TRUE(h->shows("/dev/ttyNEW")) << h->dump();
+  EXPECT_TRUE(h->shows("COM3")) << h->dump();
   EXPECT_TRUE(h->shows("Open"));
 }
 
@@ -52,12 +52,12 @@ TEST_F(ScreenTest, ProgramPathHidesToolchainRowFromTheNextFrameOn) {
 TEST_F(ScreenTest, RefreshKeepsTheChosenIndexInsideAShorterList) {
   selectedPort = 1;
   h->frame();
-  EXPECT_TRUE(h->shows("/dev/ttyFAKE1"));
-  testPorts = {"/dev/ttyONLY"};
+  EXPECT_TRUE(h->shows("COM7"));
+  testPorts = {"COM9"};
   h->click("Refresh");
   EXPECT_EQ(selectedPort, 0);
   h->frame();
-  EXPECT_TRUE(h->shows("/dev/ttyONLY")) << h->dump();
+  EXPECT_TRUE(h->shows("COM9")) << h->dump();
   EXPECT_EQ(portItems[1], nullptr);
 
   testPorts.clear();
@@ -68,14 +68,14 @@ TEST_F(ScreenTest, RefreshKeepsTheChosenIndexInsideAShorterList) {
 
 TEST_F(ScreenTest, PortTableHoldsAtMostFiftyNames) {
   testPorts.clear();
-  for (int i = 0; i < 60; ++i) testPorts.push_back("/dev/ttyX" + std::to_string(i));
+  for (int i = 0; i < 60; ++i) testPorts.push_back("T" + std::to_string(i));
   selectedPort = 55;
   refreshPortList();
   EXPECT_EQ(portNames.size(), 50u);
-  EXPECT_STREQ(portItems[49], "/dev/ttyX49");
+  EXPECT_STREQ(portItems[49], "T49");
   EXPECT_EQ(selectedPort, 49);
   h->frame();
-  EXPECT_TRUE(h->shows("/dev/ttyX49")) << h->dump();
+  EXPECT_TRUE(h->shows("T49")) << h->dump();
 }
 
 TEST_F(ScreenTest, OpenCreatesSessionOnChosenPortAndBroadcastsIdentify) {
@@ -83,7 +83,7 @@ TEST_F(ScreenTest, OpenCreatesSessionOnChosenPortAndBroadcastsIdentify) {
   h->frame();
   h->click("Open");
   ASSERT_NE(lastFakeLink, nullptr);
-  EXPECT_EQ(link().portName, "/dev/ttyFAKE1");
+  EXPECT_EQ(link().portName, "COM7");
   ASSERT_EQ(link().requests.size(), 1u);
   const SentRequest& r = link().requests[0];
   EXPECT_EQ(r.command, 0);
@@ -99,11 +99,10 @@ TEST_F(ScreenTest, OpenCreatesSessionOnChosenPortAndBroadcastsIdentify) {
 TEST_F(ScreenTest, OpeningAgainDestroysTheOldSessionFirst) {
   h->frame();
   h->click("Open");
-  FakeLink* first = lastFakeLink;
   h->screen.mode = PortSelect; // as after closing a pop-up
   h->frame();
   h->click("Open");
-  EXPECT_NE(lastFakeLink, first);
+  EXPECT_EQ(lastFakeLink->requests.size(), 1u);
   EXPECT_EQ(FakeLink::destroyed, 1);
   EXPECT_EQ(FakeLink::destroyedAtLastCreate, 1); // gone before the new one was made
   EXPECT_EQ(app.session.get(), lastFakeLink);
