@@ -40,7 +40,7 @@ std::string jsonString(const std::string& text) {
   return out + "\"";
 }
 
-Progress::Progress(const ProgressOptions& options) : options_(options), started_(Clock::now()) {}
+Progress::Progress(const ProgressOptions& options) : options_(options) {}
 
 void Progress::emit(const std::string& line) {
   std::fputs(line.c_str(), stdout);
@@ -63,6 +63,11 @@ void Progress::found(const std::string& port, const std::string& identity, std::
 void Progress::progress(const std::string& port, std::uint64_t done, std::uint64_t total) {
   std::lock_guard<std::mutex> lock(mutex_);
   PortProgress& p = ports_[port];
+  if (!flashing_) {
+    // Rates and the ETA count from the first block, not from the search for the device.
+    flashing_ = true;
+    started_ = Clock::now();
+  }
   const bool finished = done >= total && p.done < total;
   p.done = done;
   p.total = total;

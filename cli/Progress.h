@@ -39,7 +39,8 @@ private:
   ProgressOptions options_;
   std::mutex mutex_;
   std::map<std::string, PortProgress> ports_;
-  std::chrono::steady_clock::time_point started_;
+  std::chrono::steady_clock::time_point started_{};
+  bool flashing_ = false;
   std::chrono::steady_clock::time_point lastBar_{};
   bool barShown_ = false;
 };
