@@ -168,7 +168,15 @@ float GdipRenderer::textWidth(const GdipFont& font, const char* text, int length
 }
 
 void GdipRenderer::inputBegin() {
-  if (initialised) nk_input_begin(&ctx);
+  if (!initialised) return;
+  nk_input_begin(&ctx);
+  buttonFedThisFrame = false;
+  if (pendingButtons.empty()) return;
+  applyButton(pendingButtons.front());
+  pendingButtons.pop_front();
+  // This frame handles input and is followed by another; should more changes
+  // wait, a message makes sure the frame after that one comes too.
+  if (!pendingButtons.empty()) PostMessageA(window, WM_USER, 0, 0);
 }
 
 void GdipRenderer::inputEnd() {
@@ -251,46 +259,61 @@ bool GdipRenderer::handleKey(WPARAM key, bool down) {
   }
 }
 
+void GdipRenderer::applyButton(const ButtonChange& change) {
+  nk_input_motion(&ctx, change.x, change.y);
+  if (change.button == NK_BUTTON_LEFT) nk_input_button(&ctx, NK_BUTTON_DOUBLE, change.x, change.y, change.doubleClick);
+  nk_input_button(&ctx, change.button, change.x, change.y, change.down);
+  buttonFedThisFrame = true;
+}
+
+void GdipRenderer::feedButton(const ButtonChange& change) {
+  if (buttonFedThisFrame || !pendingButtons.empty()) {
+    pendingButtons.push_back(change);
+  } else {
+    applyButton(change);
+  }
+}
+
 bool GdipRenderer::handleButton(HWND hwnd, UINT message, LPARAM lParam) {
   const int x = GET_X_LPARAM(lParam);
   const int y = GET_Y_LPARAM(lParam);
+  ButtonChange change{NK_BUTTON_LEFT, x, y, true, false};
   switch (message) {
-  case WM_LBUTTONDBLCLK:
-    // With CS_DBLCLKS the second press of a double click comes only as this.
-    nk_input_button(&ctx, NK_BUTTON_DOUBLE, x, y, 1);
-    nk_input_button(&ctx, NK_BUTTON_LEFT, x, y, 1);
-    SetCapture(hwnd);
-    return true;
+  case WM_LBUTTONDBLCLK: // with CS_DBLCLKS the second press of a double click comes only as this
+    change.doubleClick = true;
+    break;
   case WM_LBUTTONDOWN:
-    nk_input_button(&ctx, NK_BUTTON_LEFT, x, y, 1);
-    SetCapture(hwnd);
-    return true;
+    break;
   case WM_LBUTTONUP:
-    nk_input_button(&ctx, NK_BUTTON_DOUBLE, x, y, 0);
-    nk_input_button(&ctx, NK_BUTTON_LEFT, x, y, 0);
-    ReleaseCapture();
-    return true;
+    change.down = false;
+    break;
   case WM_RBUTTONDOWN:
   case WM_RBUTTONDBLCLK:
-    nk_input_button(&ctx, NK_BUTTON_RIGHT, x, y, 1);
-    SetCapture(hwnd);
-    return true;
+    change.button = NK_BUTTON_RIGHT;
+    break;
   case WM_RBUTTONUP:
-    nk_input_button(&ctx, NK_BUTTON_RIGHT, x, y, 0);
-    ReleaseCapture();
-    return true;
+    change.button = NK_BUTTON_RIGHT;
+    change.down = false;
+    break;
   case WM_MBUTTONDOWN:
   case WM_MBUTTONDBLCLK:
-    nk_input_button(&ctx, NK_BUTTON_MIDDLE, x, y, 1);
-    SetCapture(hwnd);
-    return true;
+    change.button = NK_BUTTON_MIDDLE;
+    break;
   case WM_MBUTTONUP:
-    nk_input_button(&ctx, NK_BUTTON_MIDDLE, x, y, 0);
-    ReleaseCapture();
-    return true;
+    change.button = NK_BUTTON_MIDDLE;
+    change.down = false;
+    break;
   default:
     return false;
   }
+  // Keep the mouse while a button is held, so its release reaches us.
+  if (change.down) {
+    SetCapture(hwnd);
+  } else {
+    ReleaseCapture();
+  }
+  feedButton(change);
+  return true;
 }
 
 bool GdipRenderer::handleEvent(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {

@@ -7,6 +7,8 @@
 
 #include <gdiplus.h>
 
+#include <deque>
+
 #include "app/NuklearConfig.h"
 
 class GdipRenderer;
@@ -60,6 +62,20 @@ private:
   void roundedRectPath(float x, float y, float w, float h, float r);
   bool handleKey(WPARAM key, bool down);
   bool handleButton(HWND hwnd, UINT message, LPARAM lParam);
+
+  // A mouse button going down or up. Nuklear sees a press and its release in the
+  // same frame as no press at all, so each frame gets at most one of these; the
+  // rest wait in pendingButtons for the following frames.
+  struct ButtonChange {
+    nk_buttons button;
+    int x, y;
+    bool down;
+    bool doubleClick; // the press of a double click (CS_DBLCLKS)
+  };
+  void feedButton(const ButtonChange& change);
+  void applyButton(const ButtonChange& change);
+  std::deque<ButtonChange> pendingButtons;
+  bool buttonFedThisFrame = false;
 
   nk_context ctx{};
   bool initialised = false;

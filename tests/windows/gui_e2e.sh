@@ -70,6 +70,9 @@ rm -f "$comLink"
 pids+=($!)
 for _ in $(seq 100); do grep -q '^READY ' "$work/sim.out" 2>/dev/null && break; sleep 0.05; done
 grep -q '^READY ' "$work/sim.out" || fail "the simulator did not start"
+# The simulator sets its pty's speed as a free number (BOTHER), which Wine's
+# GetCommState cannot report; give the line the same speed as a standard rate.
+stty -F "$comLink" 115200 || fail "could not set the pty's speed"
 "$root/scripts/wine-map-com.sh" "$com" "$comLink" || fail "could not map $com"
 
 shot() { # NAME: the window's client area as WORKDIR/shot-NAME.png
@@ -101,18 +104,20 @@ shot 1-start
 
 # The combo shows the mapped port; open it.
 click 140 60
-waitFor 20 "the identity on stdout" grep -q '0x00c0ffee-12345678-9abcdef0' "$work/gui.out"
+sleep 1
+shot 2-opened
+waitFor 60 "the identity on stdout" grep -q '0x00c0ffee-12345678-9abcdef0' "$work/gui.out"
 sleep 0.5
-shot 2-device-ready
+shot 3-device-ready
 
 # Flush, look at the bar once while it moves, then wait for the finish.
 click 140 78
 sleep 3
-shot 3-flushing
+shot 4-flushing
 finished() { [ -f "$work/dump.bin" ] && grep -q 'dump' "$work/sim.err"; }
 waitFor 120 "the end of the flash (the simulator's dump)" finished
 sleep 1
-shot 4-start-again
+shot 5-start-again
 
 cmp "$work/dump.bin" "$work/expected.bin" || fail "the device's flash differs from the image"
 kill -0 "$guiPid" 2>/dev/null || fail "qmload.exe ended by itself"
