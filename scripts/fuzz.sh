@@ -23,11 +23,11 @@ while [ $# -gt 0 ]; do
 done
 case $build in /*) ;; *) build=$root/$build ;; esac
 
-if ! cmake --preset fuzz -B "$build" >"$build.configure.log" 2>&1; then
-  mkdir -p "$build"; tail -n 20 "$build.configure.log"
+mkdir -p "$build"
+if ! cmake --preset fuzz -B "$build" >"$build/fuzz-configure.log" 2>&1; then
+  tail -n 20 "$build/fuzz-configure.log"
   echo "fuzz: 0 passed, 1 failed"; exit 1
 fi
-rm -f "$build.configure.log"
 if ! cmake --build "$build" -j "${QMLOAD_JOBS:-2}" --target fuzz_targets >"$build/fuzz-build.log" 2>&1; then
   tail -n 30 "$build/fuzz-build.log"
   echo "fuzz: 0 passed, 1 failed"; exit 1
