@@ -87,25 +87,35 @@ flashMatches() {
   cmp -s -n 64 "$image" "$dump" 4 $((0x0803FE00 - base)) || return 1
 }
 
-# One run. Arguments: name, then "--" separated: simulator options, then
-# cli options, then an optional action "kill:R" / "term:R" (SIGKILL / SIGTERM the
-# simulator once it has handled the request of reply R).
+# One run. Arguments: name, simulator options, cli options, and an optional
+# action "kill:R" / "term:R" (SIGKILL / SIGTERM the first simulator once it has
+# handled the request of reply R). Simulator options "A+B" start two devices
+# (options A and B) and flash both in one qmload-cli run; then every device that
+# the command line reports "ok" must hold the image, and exit 0 needs both.
 runCase() {
   local name=$1 simArgs=$2 cliArgs=$3 action=${4:-}
   local dir=$work/$name
   mkdir -p "$dir"
-  local port=$dir/port dump=$dir/flash.bin
-  "$sim" --link "$port" --dump "$dump" --verbose $simArgs >"$dir/sim.out" 2>"$dir/sim.err" &
-  local simPid=$!
-  local waited=0
-  until grep -q '^READY' "$dir/sim.out" 2>/dev/null; do
-    sleep 0.05
-    waited=$((waited + 1))
-    if [ $waited -gt 200 ] || ! kill -0 $simPid 2>/dev/null; then
-      echo "$name|error|-|simulator did not start" >"$dir/result"
-      kill -9 $simPid 2>/dev/null; wait $simPid 2>/dev/null
-      return
-    fi
+  local -a specs ports pids
+  IFS='+' read -r -a specs <<<"$simArgs"
+  [ ${#specs[@]} -eq 0 ] && specs=("")
+  local i
+  for i in "${!specs[@]}"; do
+    ports[i]=$dir/port$i
+    "$sim" --link "${ports[i]}" --dump "$dir/flash$i.bin" --verbose ${specs[i]} >"$dir/sim$i.out" 2>"$dir/sim$i.err" &
+    pids[i]=$!
+  done
+  for i in "${!specs[@]}"; do
+    local waited=0
+    until grep -q '^READY' "$dir/sim$i.out" 2>/dev/null; do
+      sleep 0.05
+      waited=$((waited + 1))
+      if [ $waited -gt 200 ] || ! kill -0 "${pids[i]}" 2>/dev/null; then
+        echo "$name|error|-|simulator did not start: $(head -c 80 "$dir/sim$i.err")" >"$dir/result"
+        kill -9 "${pids[@]}" 2>/dev/null; wait "${pids[@]}" 2>/dev/null
+        return
+      fi
+    done
   done
 
   local watcher=
@@ -114,8 +124,8 @@ runCase() {
     [ "$sig" = kill ] && sig=KILL || sig=TERM
     (
       for _ in $(seq 1 3000); do
-        if grep -qE "reply #$reply([^0-9]|$)" "$dir/sim.err" 2>/dev/null; then
-          kill -s $sig $simPid 2>/dev/null
+        if grep -qE "reply #$reply([^0-9]|$)" "$dir/sim0.err" 2>/dev/null; then
+          kill -s $sig "${pids[0]}" 2>/dev/null
           exit 0
         fi
         sleep 0.005
@@ -124,33 +134,48 @@ runCase() {
     watcher=$!
   fi
 
+  local -a portArgs=()
+  for i in "${!specs[@]}"; do portArgs+=(--port "${ports[i]}"); done
   local start end rc
   start=$(date +%s.%N)
-  timeout -s KILL "$bound" "$cli" flash --port "$port" $cliArgs "$image" >"$dir/cli.out" 2>&1
+  timeout -s KILL "$bound" "$cli" flash "${portArgs[@]}" $cliArgs "$image" >"$dir/cli.out" 2>&1
   rc=$?
   end=$(date +%s.%N)
   [ -n "$watcher" ] && { kill "$watcher" 2>/dev/null; wait "$watcher" 2>/dev/null; }
-  # Stop the simulator; it writes its flash at exit (a finish wrote it already).
-  if kill -0 $simPid 2>/dev/null; then
-    kill -TERM $simPid 2>/dev/null
-    for _ in $(seq 1 100); do kill -0 $simPid 2>/dev/null || break; sleep 0.05; done
-    kill -KILL $simPid 2>/dev/null
-  fi
-  wait $simPid 2>/dev/null
+  # Stop the simulators; each writes its flash at exit (a finish wrote it already).
+  for i in "${!specs[@]}"; do
+    if kill -0 "${pids[i]}" 2>/dev/null; then
+      kill -TERM "${pids[i]}" 2>/dev/null
+      for _ in $(seq 1 100); do kill -0 "${pids[i]}" 2>/dev/null || break; sleep 0.05; done
+      kill -KILL "${pids[i]}" 2>/dev/null
+    fi
+    wait "${pids[i]}" 2>/dev/null
+  done
   local secs
   secs=$(awk -v a="$start" -v b="$end" 'BEGIN{printf "%.1f", b - a}')
 
-  local verdict note
-  local message
-  message=$(grep -v "^\s*$" "$dir/cli.out" | tail -n 1 | sed "s|$port|PORT|g" | cut -c1-70)
+  # Devices reported "ok" whose flash is not the image.
+  local wrongOk=""
+  for i in "${!specs[@]}"; do
+    if grep -qE "^${ports[i]}: ok" "$dir/cli.out" && ! flashMatches "$dir/flash$i.bin"; then
+      wrongOk="$wrongOk port$i"
+    fi
+  done
+  local allMatch=1
+  for i in "${!specs[@]}"; do flashMatches "$dir/flash$i.bin" || allMatch=0; done
+
+  local verdict note message
+  message=$(grep -v "^\s*$" "$dir/cli.out" | tail -n 1 | sed "s|$dir/||g" | cut -c1-70)
   if grep -qE 'AddressSanitizer|LeakSanitizer|UndefinedBehaviorSanitizer|runtime error:' "$dir/cli.out"; then
     verdict=silent; note="sanitizer: $(grep -m1 -E 'ERROR|runtime error' "$dir/cli.out" | cut -c1-60)"
   elif [ $rc -eq 137 ] || [ $rc -eq 124 ]; then
     verdict=silent; note="hung past ${bound}s"
   elif [ $rc -gt 128 ]; then
     verdict=silent; note="crashed, signal $((rc - 128))"
+  elif [ -n "$wrongOk" ]; then
+    verdict=silent; note="reported ok, but the flash differs from the image:$wrongOk"
   elif [ $rc -eq 0 ]; then
-    if flashMatches "$dump"; then
+    if [ $allMatch -eq 1 ]; then
       verdict=correct; note=$message
     else
       verdict=silent; note="exit 0 but the flash differs from the image"
@@ -203,6 +228,13 @@ for p in discovery:$rDiscovery start:$rStart first-check:$rFirstCheck middle-wri
   add "sim-killed-$where" "--write-ms 100" "$fast" "kill:$r"
   add "port-removed-$where" "--write-ms 100" "$fast" "term:$r"
 done
+
+# Two devices flashed in one run; the second one fails in various ways.
+add "two-devices" "+" "$fast"
+add "two-devices-second-silent" "+--silent-after-writes 2" "$fast"
+add "two-devices-second-drops" "+--drop-every 3" "$fast"
+add "two-devices-different-speeds" "--write-ms 20+--write-ms 100" "$fast"
+add "two-devices-first-killed" "--write-ms 100+" "$fast" "kill:$rMidWrite"
 
 started=$(date +%s)
 running=0
