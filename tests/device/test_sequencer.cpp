@@ -429,3 +429,42 @@ TEST(SequencerText, IdentityAndSpinner) {
   EXPECT_STREQ(spinnerText(8), "[ / ] .");
   EXPECT_STREQ(spinnerText(-1), "[ - ] ........");
 }
+
+// Steps 4 and 5 are never entered by the sequence itself; when they are current
+// they still behave as the screen's tables say.
+TEST(SequencerFlush, SegmentAndBlockCommandStepsKeepTheirTables) {
+  const FlashPolicy gui = FlashPolicy::gui();
+  FlushState s = foundState();
+  ScriptedLink link;
+  s.segmentAddress = 0x08010000;
+  s.segmentSize = 600;
+  s.offset = 256;
+
+  s.step = SegmentCommand;
+  link.timeOut();
+  stepFlush(s, link, gui);
+  EXPECT_EQ(link.last().command, CmdSegment);
+  EXPECT_EQ(link.last().address, 0x08010000u);
+  EXPECT_EQ(link.last().length, 600u);
+  EXPECT_EQ(link.last().timeout, 100u);
+  link.answer(1);
+  EXPECT_EQ(stepFlush(s, link, gui).kind, FlushKind::Done);
+
+  s.step = BlockCommand;
+  link.timeOut();
+  stepFlush(s, link, gui);
+  EXPECT_EQ(link.last().command, CmdBlock);
+  EXPECT_EQ(link.last().address, 0x08010100u);
+  link.answer(1);
+  EXPECT_EQ(stepFlush(s, link, gui).kind, FlushKind::Progressed);
+  EXPECT_EQ(s.offset, 512u); // moved on first, then sent for the new offset
+  EXPECT_EQ(link.last().command, CmdBlock);
+  EXPECT_EQ(link.last().address, 0x08010200u);
+  EXPECT_EQ(link.last().timeout, 100u);
+  EXPECT_EQ(s.step, CheckBlock);
+
+  s.step = BlockCommand;
+  s.offset = 600;
+  link.answer(1);
+  EXPECT_EQ(stepFlush(s, link, gui).kind, FlushKind::Done);
+}
