@@ -1,6 +1,7 @@
 // Serial line on POSIX: termios raw mode, poll-based reads with a 100 ms gap.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -92,6 +93,9 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
     printText("Error opening port\r\n");
     return nullptr;
   }
+  // One user of a port at a time, as on Windows: a second open while the port is
+  // held fails like a missing port. (An advisory lock: other programs may ignore it.)
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return fail(fd, "Error opening port\r\n");
   termios t{};
   if (tcgetattr(fd, &t) != 0) return fail(fd, "Error opening port: GetCommState\r\n");
   applyLine(t, line);

@@ -140,6 +140,15 @@ TEST_F(SerialPty, OpenAgainClosesFirstAndKeepsTheName) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "com port is not open!\r\n");
 }
 
+TEST_F(SerialPty, APortHeldByOneUserDoesNotOpenForAnother) {
+  SerialPort second;
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(second.open(pty.slavePath(), 9600));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error opening port\r\n");
+  port.close();
+  EXPECT_TRUE(second.open(pty.slavePath(), 9600));
+}
+
 TEST(SerialPorts, SimulatorLinksAreListedAfterTheMachinesPorts) {
   PtyPair pty;
   ASSERT_TRUE(pty.ok());
