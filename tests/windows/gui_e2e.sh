@@ -38,10 +38,13 @@ done
 rm -rf "$work"
 mkdir -p "$work"
 pids=()
+mapped=0
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
   wait 2>/dev/null
   rm -f "$comLink"
+  # Other Windows tests must not see a COM7 they did not ask for.
+  [ "$mapped" -eq 1 ] && "$root/scripts/wine-map-com.sh" --remove "$com" >/dev/null 2>&1
 }
 trap cleanup EXIT
 
@@ -73,6 +76,7 @@ grep -q '^READY ' "$work/sim.out" || fail "the simulator did not start"
 # The simulator sets its pty's speed as a free number (BOTHER), which Wine's
 # GetCommState cannot report; give the line the same speed as a standard rate.
 stty -F "$comLink" 115200 || fail "could not set the pty's speed"
+mapped=1
 "$root/scripts/wine-map-com.sh" "$com" "$comLink" || fail "could not map $com"
 
 shot() { # NAME: the window's client area as WORKDIR/shot-NAME.png
@@ -121,5 +125,15 @@ shot 5-start-again
 
 cmp "$work/dump.bin" "$work/expected.bin" || fail "the device's flash differs from the image"
 kill -0 "$guiPid" 2>/dev/null || fail "qmload.exe ended by itself"
-echo "the device holds the image; screenshots in $work"
+
+# Closing the window (Alt+F4, handled by Windows' default procedure) ends the
+# program with exit code 0.
+xdotool windowfocus --sync "$window" 2>/dev/null
+xdotool key alt+F4
+for _ in $(seq 100); do kill -0 "$guiPid" 2>/dev/null || break; sleep 0.1; done
+kill -0 "$guiPid" 2>/dev/null && fail "qmload.exe did not end when its window was closed"
+wait "$guiPid"
+status=$?
+[ "$status" -eq 0 ] || fail "qmload.exe ended with exit code $status"
+echo "the device holds the image, qmload.exe ended with 0 when closed; screenshots in $work"
 exit 0
