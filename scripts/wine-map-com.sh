@@ -18,6 +18,8 @@ fi
 wine_ready || exit 1
 if [ "$remove" -eq 1 ]; then
   wine reg delete 'HKLM\Software\Wine\Ports' /v "$port" /f >>"$qmload_wine_log" 2>&1
+  # Wine leaves the device link it made from the old value behind.
+  rm -f "$WINEPREFIX/dosdevices/$(tr '[:upper:]' '[:lower:]' <<<"$port")"
 else
   wine reg add 'HKLM\Software\Wine\Ports' /v "$port" /t REG_SZ /d "$target" /f >>"$qmload_wine_log" 2>&1 || {
     echo "wine-map-com: could not write the registry" >&2
