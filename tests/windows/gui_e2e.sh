@@ -81,7 +81,18 @@ mapped=1
 
 shot() { # NAME: the window's client area as WORKDIR/shot-NAME.png
   xwd -silent -id "$window" | /usr/bin/convert xwd:- "$work/shot-$1.png" 2>/dev/null ||
-    echo "note: no screenshot $1"
+    fail "no screenshot $1"
+}
+pixel() { # NAME X Y: the colour of a pixel of a screenshot, as srgb(r,g,b)
+  /usr/bin/convert "$work/shot-$1.png" -format "%[pixel:p{$2,$3}]" info:
+}
+expectPixel() { # NAME X Y COLOUR WHAT
+  local got
+  got=$(pixel "$1" "$2" "$3")
+  [ "$got" = "$4" ] || fail "$5: pixel $2,$3 of shot $1 is $got, expected $4"
+}
+redRun() { # NAME Y: how many pixels of row Y have the button colour
+  /usr/bin/convert "$work/shot-$1.png" -crop "280x1+0+$2" txt:- | grep -c '#B52D45'
 }
 click() { # X Y in client coordinates
   xdotool mousemove --window "$window" "$1" "$2" sleep 0.1 click 1
@@ -105,6 +116,10 @@ geometry=$(xdotool getwindowgeometry "$window" | sed -n 's/.*Geometry: //p')
 echo "window $window, client area $geometry"
 [ "$geometry" = "280x160" ] || fail "client area is $geometry, expected 280x160"
 shot 1-start
+expectPixel 1-start 3 3 "srgb(30,30,30)" "clear colour"
+expectPixel 1-start 40 60 "srgb(181,45,69)" "the Open button"
+# The panel: window colour (alpha 215) over the clear colour.
+expectPixel 1-start 20 130 "srgb(30,32,38)" "the panel"
 
 # The combo shows the mapped port; open it.
 click 140 60
@@ -118,10 +133,14 @@ shot 3-device-ready
 click 140 78
 sleep 3
 shot 4-flushing
+filled=$(redRun 4-flushing 60)
+echo "progress bar after 3 s: $filled pixels filled"
+[ "$filled" -gt 0 ] || fail "the progress bar shows nothing"
 finished() { [ -f "$work/dump.bin" ] && grep -q 'dump' "$work/sim.err"; }
 waitFor 120 "the end of the flash (the simulator's dump)" finished
 sleep 1
 shot 5-start-again
+expectPixel 5-start-again 40 60 "srgb(181,45,69)" "the Open button after the flash"
 
 cmp "$work/dump.bin" "$work/expected.bin" || fail "the device's flash differs from the image"
 kill -0 "$guiPid" 2>/dev/null || fail "qmload.exe ended by itself"
