@@ -18,5 +18,5 @@ foreach(case flash close-during-flash)
   set_tests_properties(gui.${case} PROPERTIES
     LABELS gui
     TIMEOUT 300
-    ENVIRONMENT "QMLOAD_GUI=$<TARGET_FILE:qmload>;QMLOAD_CLI=$<TARGET_FILE:qmload-cli>;QMLOAD_SIM=$<TARGET_FILE:qmload-sim>;QMLOAD_CLOSE_WINDOW=$<TARGET_FILE:gui_close_window>;QMLOAD_EXAMPLES=${CMAKE_SOURCE_DIR}/examples;QMLOAD_GUI_ARTIFACTS=${CMAKE_BINARY_DIR}/gui-shots/${case}")
+    ENVIRONMENT "QMLOAD_GUI=$<TARGET_FILE:qmload>;QMLOAD_CLI=$<TARGET_FILE:qmload-cli>;QMLOAD_SIM=$<TARGET_FILE:qmload-sim>;QMLOAD_CLOSE_WINDOW=$<TARGET_FILE:gui_close_window>;QMLOAD_EXAMPLES=${CMAKE_SOURCE_DIR}/examples;QMLOAD_GUI_ARTIFACTS=${CMAKE_BINARY_DIR}/gui-shots/${case};LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/gui_lsan.supp")
 endforeach()
