@@ -121,6 +121,15 @@ expectPixel 1-start 40 60 "srgb(181,45,69)" "the Open button"
 # The panel: window colour (alpha 215) over the clear colour.
 expectPixel 1-start 20 130 "srgb(30,32,38)" "the panel"
 
+# With no input the loop blocks in GetMessageW: over 3 s the idle program uses
+# far less than the 300 ticks (1/100 s) a spinning loop would.
+cpuTicks() { awk '{print $14 + $15}' "/proc/$guiPid/stat"; }
+before=$(cpuTicks)
+sleep 3
+idle=$(($(cpuTicks) - before))
+echo "CPU while idle for 3 s: $idle ticks of 1/100 s ($(cat /proc/$guiPid/comm))"
+[ "$idle" -lt 100 ] || fail "the frame loop spins while idle ($idle ticks in 3 s)"
+
 # The combo shows the mapped port; open it.
 click 140 60
 sleep 1
