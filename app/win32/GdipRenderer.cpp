@@ -533,6 +533,12 @@ void GdipRenderer::present(GpGraphics* target) {
   if (target && bitmap) GdipDrawImageI(target, bitmap, 0, 0);
 }
 
+ARGB GdipRenderer::pixel(int x, int y) const {
+  ARGB color = 0;
+  if (bitmap) GdipBitmapGetPixel(bitmap, x, y, &color);
+  return color;
+}
+
 void GdipRenderer::render(ARGB clearColor) {
   if (!initialised) return;
   GdipResetClip(memoryGraphics);

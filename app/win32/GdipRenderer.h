@@ -48,6 +48,8 @@ public:
   void shutdown();
 
   nk_context* context() { return initialised ? &ctx : nullptr; }
+  // The colour of one pixel of the off-screen bitmap as last rendered (ARGB).
+  Gdiplus::ARGB pixel(int x, int y) const;
   // Width of a UTF-8 text in pixels with the font, as Nuklear asks for it.
   float textWidth(const GdipFont& font, const char* text, int length);
 
