@@ -6,6 +6,8 @@
 #                       screen, then the device's flash holds every segment.
 #   close-during-flash  close the window while the 200 KiB sample is being written:
 #                       qmload ends at once and cleanly.
+#   idle                without input the frame loop blocks: no frame is drawn
+#                       while nothing happens, one or more per click.
 # Needs QMLOAD_GUI, QMLOAD_CLI, QMLOAD_SIM, QMLOAD_CLOSE_WINDOW, QMLOAD_EXAMPLES;
 # screenshots go to QMLOAD_GUI_ARTIFACTS.
 #
@@ -126,6 +128,26 @@ close-during-flash)
   closeWindow
   kill -0 "${guiPids[1]}" || guiFail "the simulator died with the GUI"
   echo "gui close-during-flash: qmload ended cleanly while flashing"
+  ;;
+idle)
+  guiStartX
+  mkdir -p "$guiWork/run/a/b"
+  guiStartApp "$guiWork/run/a/b"
+  guiWaitFor 5 pixelIs $openX $openProbeY $red 2>/dev/null || true
+  guiShot 1-start
+  startFrames=$(grep -c '^frame' "$guiWork/app.log")
+  [ "$startFrames" -ge 1 ] || guiFail "no frame drawn at start-up"
+  sleep 2
+  idleFrames=$(( $(grep -c '^frame' "$guiWork/app.log") - startFrames ))
+  [ "$idleFrames" = 0 ] || guiFail "$idleFrames frames drawn without input"
+  guiClick 222 33 # "Refresh"
+  clickFrames=$(( $(grep -c '^frame' "$guiWork/app.log") - startFrames ))
+  [ "$clickFrames" -ge 2 ] || guiFail "a click drew $clickFrames frames"
+  sleep 1
+  afterFrames=$(( $(grep -c '^frame' "$guiWork/app.log") - startFrames ))
+  [ "$afterFrames" = "$clickFrames" ] || guiFail "frames went on after the click: $clickFrames, then $afterFrames"
+  closeWindow
+  echo "gui idle: $startFrames frames at start-up, none while idle, $clickFrames for a click"
   ;;
 *)
   echo "unknown case $case_name" >&2

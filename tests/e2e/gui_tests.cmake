@@ -13,7 +13,7 @@ add_executable(gui_close_window gui_close_window.cpp)
 target_link_libraries(gui_close_window PRIVATE X11::X11)
 qmload_warnings(gui_close_window)
 
-foreach(case flash close-during-flash)
+foreach(case flash close-during-flash idle)
   add_test(NAME gui.${case} COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/gui_flash.sh ${case})
   set_tests_properties(gui.${case} PROPERTIES
     LABELS gui
