@@ -97,6 +97,7 @@ FlashPolicy FlashPolicy::cli(const std::atomic<bool>* cancel) {
   p.zeroCheckIsRefusal = true;
   p.boundedRetries = true;
   p.writeFailureEnds = true;
+  p.finishRetryAlternatesBaud = true;
   p.scaleTimeouts = true;
   p.timeoutMarginTicks = 30;
   p.cancel = cancel;
@@ -243,6 +244,10 @@ FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy
     return out;
   } else {
     s.retries += 1;
+    if (s.step == Finish && policy.finishRetryAlternatesBaud) {
+      const std::uint32_t baud = s.retries % 2 == 1 ? s.answeredBaudIndex : kTransferBaudIndex;
+      if (baud != s.lineBaudIndex) reopenAt(s, link, baud);
+    }
     sendStep(s, link, policy, true);
   }
 

@@ -16,7 +16,8 @@
 // FlashPolicy::cli() differs only where that would hang a script: a zero answer is
 // a refusal naming the block address, the seventh failure ends the flash with
 // "Device not response", a request that cannot be written ends it, time-outs
-// grow with the wire time at the line's baud rate, and a cancel flag is honoured.
+// grow with the wire time at the line's baud rate, a repeated Finish also tries the
+// device's own baud rate, and a cancel flag is honoured.
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -88,6 +89,10 @@ struct FlashPolicy {
   // baud rate plus timeoutMarginTicks; never shorter than the screen's.
   bool scaleTimeouts = false;
   std::uint32_t timeoutMarginTicks = 0;
+  // Finish is repeated alternately at the baud rate the device answered discovery at
+  // and at the transfer rate: a device that finished but whose answer was lost has
+  // already gone back to its own rate and hears nothing at 921600.
+  bool finishRetryAlternatesBaud = false;
   // Discovery only at this baud index (six attempts) instead of the whole ladder; -1 = ladder.
   int fixedBaudIndex = -1;
   // Set from any thread to stop: the next step returns Cancelled.

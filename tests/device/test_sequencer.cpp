@@ -468,3 +468,31 @@ TEST(SequencerFlush, SegmentAndBlockCommandStepsKeepTheirTables) {
   link.answer(1);
   EXPECT_EQ(stepFlush(s, link, gui).kind, FlushKind::Done);
 }
+
+TEST(SequencerFlush, CliRepeatsFinishAlsoAtTheDevicesOwnBaud) {
+  TestImage img(0x08004000, 10, 0x08020000, 0);
+  for (const bool cli : {false, true}) {
+    const FlashPolicy policy = cli ? FlashPolicy::cli() : FlashPolicy::gui();
+    FlushState s = foundState();
+    s.answeredBaudIndex = 3;
+    s.lineBaudIndex = 3;
+    ScriptedLink link;
+    beginFlush(s, link, img.image, policy);
+    while (!(link.busy && link.last().command == CmdFinish)) {
+      link.answer(1);
+      stepFlush(s, link, policy);
+    }
+    ASSERT_EQ(link.reopens, std::vector<int>{4});
+    for (int r = 0; r < 4; ++r) {
+      link.timeOut();
+      stepFlush(s, link, policy);
+      EXPECT_EQ(link.last().command, CmdFinish);
+    }
+    if (cli)
+      EXPECT_EQ(link.reopens, (std::vector<int>{4, 3, 4, 3, 4}));
+    else
+      EXPECT_EQ(link.reopens, std::vector<int>{4}); // the screen stays at 921600
+    link.answer(1);
+    EXPECT_EQ(stepFlush(s, link, policy).kind, FlushKind::Done);
+  }
+}

@@ -129,6 +129,12 @@ fault-corrupt)
   start_sim dev --corrupt-reply 6
   flash_ok dev
   ;;
+fault-corrupt-finish)
+  # Reply 17 answers finish (identify, start, then seven blocks of two requests each):
+  # the device has gone back to its own baud rate and the repeated finish must find it.
+  start_sim dev --corrupt-reply 17
+  flash_ok dev
+  ;;
 fault-late)
   # The 5th reply (a check-block) comes after its request has timed out and been repeated.
   start_sim dev --late-reply 5:300
