@@ -6,6 +6,8 @@
 #                       screen, then the device's flash holds every segment.
 #   close-during-flash  close the window while the 200 KiB sample is being written:
 #                       qmload ends at once and cleanly.
+#   drop                two files dropped on the window: the toolchain row goes
+#                       away and "Flush" reads the second (last) file.
 #   idle                without input the frame loop blocks: no frame is drawn
 #                       while nothing happens, one or more per click.
 # Needs QMLOAD_GUI, QMLOAD_CLI, QMLOAD_SIM, QMLOAD_CLOSE_WINDOW, QMLOAD_EXAMPLES;
@@ -60,24 +62,28 @@ buildSampleImage() {
 }
 
 pixelIs() { [ "$(guiPixel "$1" "$2")" = "$3" ]; }
+pixelIsNot() { ! pixelIs "$@"; }
 identityPrinted() { grep -qx "$identity" "$guiWork/app.out"; }
 appEnded() { ! kill -0 "$guiAppPid" 2>/dev/null; }
 
-# Starts everything and brings the GUI to the device-ready screen.
-openDevice() {
-  local image=$1
+# startAll [image]: Xvfb, the simulator and qmload (two folders below the work
+# folder, so its default paths stay inside it).
+startAll() {
   guiStartX
   # shellcheck disable=SC2086
   guiStartSim "$simLink" "$dump" --baud 921600 ${QMLOAD_GUI_SIM_OPTIONS:-}
+  mkdir -p "$guiWork/run/a/b"
+  guiStartApp "$guiWork/run/a/b" "$@"
+  guiWaitFor 5 pixelIs $openX $openProbeY $red || guiFail "no red \"Open\" button on the start screen"
+}
+
+# Chooses the simulator's port in the combo box, presses "Open" and waits until
+# the device has answered.
+openDevice() {
   local index
   index=$(guiIndexOfPort "$simLink")
   [ "$index" -ge 0 ] || guiFail "the simulator's port is not listed"
   [ "$index" -le 2 ] || guiFail "the simulator's port is entry $index; the drop-down shows three"
-  mkdir -p "$guiWork/run/a/b"
-  guiStartApp "$guiWork/run/a/b" "$image"
-
-  guiWaitFor 5 pixelIs $openX $openProbeY $red || guiFail "no red \"Open\" button on the start screen"
-  guiShot 1-start
   if [ "$index" -gt 0 ]; then
     guiClick $comboX $comboY
     guiShot 2-port-list
@@ -106,7 +112,9 @@ case $case_name in
 flash)
   image=$guiWork/small.alf
   buildSmallImage "$image"
-  openDevice "$image"
+  startAll "$image"
+  guiShot 1-start
+  openDevice
   guiClick $flushX $flushY
   guiWaitFor 30 pixelIs $barX $barY $red || guiFail "the progress bar did not start filling"
   guiShot 5-flushing
@@ -121,13 +129,32 @@ flash)
 close-during-flash)
   image=$guiWork/sample.alf
   buildSampleImage "$image"
-  openDevice "$image"
+  startAll "$image"
+  guiShot 1-start
+  openDevice
   guiClick $flushX $flushY
   guiWaitFor 30 pixelIs $barX $barY $red || guiFail "the progress bar did not start filling"
   guiShot 5-flushing
   closeWindow
   kill -0 "${guiPids[1]}" || guiFail "the simulator died with the GUI"
   echo "gui close-during-flash: qmload ended cleanly while flashing"
+  ;;
+drop)
+  : "${QMLOAD_DROP_FILES:?}"
+  startAll
+  toolchainX=80 toolchainY=92 # "parse map1"
+  pixelIs $toolchainX $toolchainY $red || guiFail "no toolchain row without a program path"
+  guiShot 1-start
+  "$QMLOAD_DROP_FILES" "$guiWindow" 140 80 "$guiWork/first.alf" "$guiWork/second.alf" || guiFail "the drop failed"
+  guiWaitFor 5 pixelIsNot $toolchainX $toolchainY $red || guiFail "the toolchain row is still shown after the drop"
+  guiShot 1b-dropped
+  openDevice
+  guiClick $flushX $flushY
+  guiWaitFor 5 grep -q "^Can't open aelf file" "$guiWork/app.out" || guiFail "\"Flush\" did not try to read the image"
+  grep -qx "Can't open aelf file '$guiWork/second.alf'" "$guiWork/app.out" || guiFail "\"Flush\" did not read the last dropped file"
+  pixelIs 40 $flushY $red || guiFail "the device screen did not stay" # the left "Close"
+  closeWindow
+  echo "gui drop: toolchain row hidden, the last dropped file is the program path"
   ;;
 idle)
   guiStartX
