@@ -10,6 +10,7 @@
 # corruption fails.
 #
 #   tests/faults/run.sh [--build DIR] [--jobs N] [--only REGEX] [--keep]
+# The logs of each run (simulator, command line) are left in DIR/fault-matrix.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -45,7 +46,14 @@ work=$(mktemp -d /tmp/qmload-faults.XXXXXX)
 cleanup() {
   local pid
   for pid in $(jobs -p); do kill "$pid" 2>/dev/null; done
-  [ "$keep" -eq 1 ] && echo "runs kept in $work" || rm -rf "$work"
+  # The logs of the last matrix stay beside the build for a look afterwards.
+  if [ "$keep" -eq 1 ]; then
+    echo "runs kept in $work"
+  else
+    find "$work" -name 'flash*.bin' -delete 2>/dev/null
+    rm -rf "$build/fault-matrix"
+    mv "$work" "$build/fault-matrix" 2>/dev/null || rm -rf "$work"
+  fi
 }
 trap cleanup EXIT
 
