@@ -61,7 +61,9 @@ guiClick 140 77
 guiWaitFor 5 pixelIs 30 40 181,45,69 || guiFail "flash did not start"
 guiWaitFor 900 pixelIs 140 70 181,45,69 || guiFail "flash did not end"
 t1=$(now)
-echo "gui flash: $(elapsed "$t0" "$t1") s, $(($(frames) - fStart)) frames, $(awk -v a="$cStart" -v b="$(cpuSeconds "$guiAppPid")" 'BEGIN{printf "%.2f", b-a}') CPU s (gap framing, as the GUI uses)"
+sleep 0.5
+matches() { if guiSegmentsMatch "$image" "$1"; then echo "device flash matches the image"; else echo "DEVICE FLASH DIFFERS"; fi; }
+echo "gui flash: $(elapsed "$t0" "$t1") s, $(($(frames) - fStart)) frames, $(awk -v a="$cStart" -v b="$(cpuSeconds "$guiAppPid")" 'BEGIN{printf "%.2f", b-a}') CPU s (gap framing, as the GUI uses); $(matches "$guiWork/gui-flash.bin")"
 kill "$guiAppPid"
 wait "$guiAppPid" 2>/dev/null || true
 kill "${guiPids[-1]}" 2>/dev/null || true
@@ -74,7 +76,8 @@ for framing in gap fast; do
   "$QMLOAD_CLI" flash --quiet --framing "$framing" --port "$QMLOAD_SIM_DIR/cli-$framing" "$image" >"$guiWork/cli.log" 2>&1 ||
     { cat "$guiWork/cli.log"; guiFail "qmload-cli flash failed"; }
   t1=$(now)
-  echo "cli flash --framing $framing: $(elapsed "$t0" "$t1") s"
+  sleep 0.5
+  echo "cli flash --framing $framing: $(elapsed "$t0" "$t1") s; $(matches "$guiWork/cli-$framing.bin")"
   kill "${guiPids[-1]}" 2>/dev/null || true
   sleep 0.5
 done
