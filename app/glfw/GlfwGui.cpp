@@ -85,9 +85,12 @@ std::vector<char> readFontFile() {
   return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+void printGlfwError(int code, const char* text) { std::fprintf(stderr, "qmload: GLFW error %d: %s\n", code, text); }
+
 } // namespace
 
 void runGui(Application& application) {
+  glfwSetErrorCallback(printGlfwError);
   if (!glfwInit()) {
     std::fprintf(stderr, "qmload: cannot start GLFW (is DISPLAY set?)\n");
     return;

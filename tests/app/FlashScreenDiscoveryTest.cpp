@@ -52,6 +52,8 @@ TEST_F(ScreenTest, DiscoveryWalksTheBaudLadderThenShowsNotFound) {
   EXPECT_TRUE(h->shows("Open"));
   EXPECT_FALSE(h->shows("Devices are not found"));
   EXPECT_NE(app.session, nullptr); // the session stays open
+  h->click("Open"); // the start screen takes input again
+  EXPECT_EQ(mode(), WaitDevices);
 }
 
 TEST_F(ScreenTest, ClosingNotFoundPopupByItsTitleBarGoesBackToPortSelect) {
@@ -65,6 +67,9 @@ TEST_F(ScreenTest, ClosingNotFoundPopupByItsTitleBarGoesBackToPortSelect) {
   h->click("x");
   EXPECT_EQ(mode(), PortSelect);
   EXPECT_FALSE(flushState.notFoundPopup);
+  h->frame();
+  h->click("Open");
+  EXPECT_EQ(mode(), WaitDevices);
 }
 
 TEST_F(ScreenTest, AnsweredDiscoveryShowsIdentityAndPrintsIt) {
