@@ -13,6 +13,11 @@
 # when they exit. A lock file serialises this between programs started at
 # the same time.
 #
+# Wine ties its desktop to the X display (DISPLAY) of the first program after the
+# server started, and keeps it for the server's life. A window program on another
+# display then gets no window. So tests with windows restart the server with their
+# own display set (scripts/wine-stop.sh, then run), and stop it again at the end.
+#
 # The persistent wineserver stays for QMLOAD_WINE_LINGER seconds (default 1800)
 # after the last Wine program ended. Stop it at once with scripts/wine-stop.sh
 # (or: WINEPREFIX=<prefix> wineserver -k).

@@ -170,13 +170,12 @@ float GdipRenderer::textWidth(const GdipFont& font, const char* text, int length
 void GdipRenderer::inputBegin() {
   if (!initialised) return;
   nk_input_begin(&ctx);
-  buttonFedThisFrame = false;
-  if (pendingButtons.empty()) return;
-  applyButton(pendingButtons.front());
-  pendingButtons.pop_front();
-  // This frame handles input and is followed by another; should more changes
+  ButtonChange change;
+  if (!buttons.startFrame(change)) return;
+  applyButton(change);
+  // This frame handles input, so another follows at once; should more changes
   // wait, a message makes sure the frame after that one comes too.
-  if (!pendingButtons.empty()) PostMessageA(window, WM_USER, 0, 0);
+  if (buttons.hasPending()) PostMessageA(window, WM_USER, 0, 0);
 }
 
 void GdipRenderer::inputEnd() {
@@ -263,21 +262,15 @@ void GdipRenderer::applyButton(const ButtonChange& change) {
   nk_input_motion(&ctx, change.x, change.y);
   if (change.button == NK_BUTTON_LEFT) nk_input_button(&ctx, NK_BUTTON_DOUBLE, change.x, change.y, change.doubleClick);
   nk_input_button(&ctx, change.button, change.x, change.y, change.down);
-  buttonFedThisFrame = true;
-}
-
-void GdipRenderer::feedButton(const ButtonChange& change) {
-  if (buttonFedThisFrame || !pendingButtons.empty()) {
-    pendingButtons.push_back(change);
-  } else {
-    applyButton(change);
-  }
 }
 
 bool GdipRenderer::handleButton(HWND hwnd, UINT message, LPARAM lParam) {
   const int x = GET_X_LPARAM(lParam);
   const int y = GET_Y_LPARAM(lParam);
-  ButtonChange change{NK_BUTTON_LEFT, x, y, true, false};
+  ButtonChange change;
+  change.x = x;
+  change.y = y;
+  change.down = true;
   switch (message) {
   case WM_LBUTTONDBLCLK: // with CS_DBLCLKS the second press of a double click comes only as this
     change.doubleClick = true;
@@ -312,7 +305,7 @@ bool GdipRenderer::handleButton(HWND hwnd, UINT message, LPARAM lParam) {
   } else {
     ReleaseCapture();
   }
-  feedButton(change);
+  if (buttons.offer(change)) applyButton(change);
   return true;
 }
 

@@ -7,7 +7,7 @@
 
 #include <gdiplus.h>
 
-#include <deque>
+#include "app/win32/ButtonQueue.h"
 
 #include "app/NuklearConfig.h"
 
@@ -65,19 +65,8 @@ private:
   bool handleKey(WPARAM key, bool down);
   bool handleButton(HWND hwnd, UINT message, LPARAM lParam);
 
-  // A mouse button going down or up. Nuklear sees a press and its release in the
-  // same frame as no press at all, so each frame gets at most one of these; the
-  // rest wait in pendingButtons for the following frames.
-  struct ButtonChange {
-    nk_buttons button;
-    int x, y;
-    bool down;
-    bool doubleClick; // the press of a double click (CS_DBLCLKS)
-  };
-  void feedButton(const ButtonChange& change);
   void applyButton(const ButtonChange& change);
-  std::deque<ButtonChange> pendingButtons;
-  bool buttonFedThisFrame = false;
+  ButtonQueue buttons; // one button change per frame
 
   nk_context ctx{};
   bool initialised = false;

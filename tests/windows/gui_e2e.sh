@@ -39,12 +39,18 @@ rm -rf "$work"
 mkdir -p "$work"
 pids=()
 mapped=0
+xvfbPid=
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
-  wait 2>/dev/null
-  rm -f "$comLink"
   # Other Windows tests must not see a COM7 they did not ask for.
   [ "$mapped" -eq 1 ] && "$root/scripts/wine-map-com.sh" --remove "$com" >/dev/null 2>&1
+  # Wine's desktop is tied to our display: stop the server before the display goes.
+  "$root/scripts/wine-stop.sh"
+  [ -n "$xvfbPid" ] && kill "$xvfbPid" 2>/dev/null
+  # A warm server without a display again, for the programs that come next.
+  env -u DISPLAY "$wineRun" --warm-up
+  wait 2>/dev/null
+  rm -f "$comLink"
 }
 trap cleanup EXIT
 
@@ -62,12 +68,13 @@ for n in $(seq 91 120); do
 done
 [ -n "$display" ] || fail "no free X display number"
 Xvfb "$display" -screen 0 1024x768x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
-pids+=($!)
+xvfbPid=$!
 export DISPLAY=$display
 for _ in $(seq 50); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
 xdotool getdisplaygeometry >/dev/null 2>&1 || fail "Xvfb did not start"
 
-# The device on a fixed link, mapped to COM7 (this restarts the wineserver).
+# The device on a fixed link, mapped to COM7. This restarts the wineserver, now
+# with our display set, so Wine's desktop lives on it.
 rm -f "$comLink"
 "$sim" --link "$comLink" --dump "$work/dump.bin" --verbose >"$work/sim.out" 2>"$work/sim.err" &
 pids+=($!)
