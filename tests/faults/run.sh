@@ -104,16 +104,16 @@ runCase() {
   local name=$1 simArgs=$2 cliArgs=$3 action=${4:-}
   local dir=$work/$name
   mkdir -p "$dir"
-  local -a specs ports pids
-  IFS='+' read -r -a specs <<<"$simArgs"
-  [ ${#specs[@]} -eq 0 ] && specs=("")
+  local -a devices ports pids
+  IFS='+' read -r -a devices <<<"$simArgs"
+  [ ${#devices[@]} -eq 0 ] && devices=("")
   local i
-  for i in "${!specs[@]}"; do
+  for i in "${!devices[@]}"; do
     ports[i]=$dir/port$i
-    "$sim" --link "${ports[i]}" --dump "$dir/flash$i.bin" --verbose ${specs[i]} >"$dir/sim$i.out" 2>"$dir/sim$i.err" &
+    "$sim" --link "${ports[i]}" --dump "$dir/flash$i.bin" --verbose ${devices[i]} >"$dir/sim$i.out" 2>"$dir/sim$i.err" &
     pids[i]=$!
   done
-  for i in "${!specs[@]}"; do
+  for i in "${!devices[@]}"; do
     local waited=0
     until grep -q '^READY' "$dir/sim$i.out" 2>/dev/null; do
       sleep 0.05
@@ -143,7 +143,7 @@ runCase() {
   fi
 
   local -a portArgs=()
-  for i in "${!specs[@]}"; do portArgs+=(--port "${ports[i]}"); done
+  for i in "${!devices[@]}"; do portArgs+=(--port "${ports[i]}"); done
   local start end rc
   start=$(date +%s.%N)
   timeout -s KILL "$bound" "$cli" flash "${portArgs[@]}" $cliArgs "$image" >"$dir/cli.out" 2>&1
@@ -151,7 +151,7 @@ runCase() {
   end=$(date +%s.%N)
   [ -n "$watcher" ] && { kill "$watcher" 2>/dev/null; wait "$watcher" 2>/dev/null; }
   # Stop the simulators; each writes its flash at exit (a finish wrote it already).
-  for i in "${!specs[@]}"; do
+  for i in "${!devices[@]}"; do
     if kill -0 "${pids[i]}" 2>/dev/null; then
       kill -TERM "${pids[i]}" 2>/dev/null
       for _ in $(seq 1 100); do kill -0 "${pids[i]}" 2>/dev/null || break; sleep 0.05; done
@@ -164,13 +164,13 @@ runCase() {
 
   # Devices reported "ok" whose flash is not the image.
   local wrongOk=""
-  for i in "${!specs[@]}"; do
+  for i in "${!devices[@]}"; do
     if grep -qE "^${ports[i]}: ok" "$dir/cli.out" && ! flashMatches "$dir/flash$i.bin"; then
       wrongOk="$wrongOk port$i"
     fi
   done
   local allMatch=1
-  for i in "${!specs[@]}"; do flashMatches "$dir/flash$i.bin" || allMatch=0; done
+  for i in "${!devices[@]}"; do flashMatches "$dir/flash$i.bin" || allMatch=0; done
 
   local verdict note message
   message=$(grep -v "^\s*$" "$dir/cli.out" | tail -n 1 | sed "s|$dir/||g" | cut -c1-70)
