@@ -24,6 +24,16 @@ guiFail() {
   exit 1
 }
 
+# Stops the simulator and qmload started last (Xvfb keeps running).
+guiStopAppAndSim() {
+  local pid
+  for pid in "${guiAppPid:-}" "${guiSimPid:-}"; do
+    [ -n "$pid" ] || continue
+    kill "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
+  done
+}
+
 # Starts Xvfb on a free display; sets DISPLAY.
 guiStartX() {
   local fdFile="$guiWork/display"
@@ -42,6 +52,7 @@ guiStartSim() {
   shift 2
   "$QMLOAD_SIM" --link "$link" --dump "$dump" "$@" >"$guiWork/sim.out" 2>"$guiWork/sim.log" &
   guiPids+=($!)
+  guiSimPid=$!
   local i
   for i in $(seq 100); do grep -q '^READY' "$guiWork/sim.out" 2>/dev/null && return 0; sleep 0.1; done
   guiFail "qmload-sim did not become ready"
