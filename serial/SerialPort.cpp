@@ -156,11 +156,13 @@ bool SerialPort::readByte(std::uint8_t& out) {
   return true;
 }
 
-std::string SerialPort::readLine() {
-  std::string line;
+// Gathers bytes until `take` says stop (it returns false) or the port closes;
+// `take` decides what a byte adds. Text reads report on the formatted route.
+std::string SerialPort::readText(bool (*take)(std::uint8_t byte, std::string& text)) {
+  std::string text;
   if (!open_.load()) {
     printText("com port is not open!\r\n");
-    return line;
+    return text;
   }
   while (waitForByte()) {
     std::uint8_t byte = 0;
@@ -170,10 +172,18 @@ std::string SerialPort::readLine() {
       printText("read error\r\n");
       break;
     }
-    if (byte == '\n') break;
-    line.push_back(static_cast<char>(byte));
+    if (!take(byte, text)) break;
   }
-  return line;
+  return text;
+}
+
+// All bytes before the first LF; the LF is dropped, a CR kept.
+std::string SerialPort::readLine() {
+  return readText([](std::uint8_t byte, std::string& line) {
+    if (byte == '\n') return false;
+    line.push_back(static_cast<char>(byte));
+    return true;
+  });
 }
 
 bool SerialPort::readLine(std::string& out) {
@@ -181,25 +191,14 @@ bool SerialPort::readLine(std::string& out) {
   return true;
 }
 
+// Leading spaces skipped, then bytes up to a NUL, LF or space, which is dropped.
 std::string SerialPort::readWord() {
-  std::string word;
-  if (!open_.load()) {
-    printText("com port is not open!\r\n");
-    return word;
-  }
-  while (waitForByte()) {
-    std::uint8_t byte = 0;
-    bool failed = false;
-    if (!readOne(byte, failed)) {
-      if (!failed) continue;
-      printText("read error\r\n");
-      break;
-    }
-    if (byte == ' ' && word.empty()) continue;
-    if (byte == 0 || byte == '\n' || byte == ' ') break;
+  return readText([](std::uint8_t byte, std::string& word) {
+    if (byte == ' ' && word.empty()) return true;
+    if (byte == 0 || byte == '\n' || byte == ' ') return false;
     word.push_back(static_cast<char>(byte));
-  }
-  return word;
+    return true;
+  });
 }
 
 bool SerialPort::writeChecked(const void* buffer, std::size_t length) {

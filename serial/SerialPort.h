@@ -90,6 +90,7 @@ protected:
 private:
   bool waitForByte();
   bool readOne(std::uint8_t& byte, bool& failed);
+  std::string readText(bool (*take)(std::uint8_t byte, std::string& text));
   bool writeChecked(const void* buffer, std::size_t length);
 
   PortHandle* handle_ = nullptr;
