@@ -2,24 +2,28 @@
 # Writes large but valid toolchain inputs for stress tests and benchmarks, in
 # both map grammars:
 #   OUT/big_output.map  the builder's map (".text" line, "0x0800xxxx name" lines,
-#                       ".bss"); program 0x08004000..0x0803572c, like the examples
+#                       ".bss"); program from 0x08004000, by default 0x3172c bytes
+#                       like the examples
 #   OUT/big_out.map     the rewriter's entry list ("name  0x800'xxxx ...", long
 #                       names on a line of their own)
 #   OUT/big_funcList.txt  every 4th symbol of big_out.map and the usual five
-# Each map is about MB megabytes (default 20).
-#   bench/make-big-map.sh OUT [MB]
+# Each map is about MB megabytes (default 20); PROGRAM is the program size in
+# bytes that the builder's map describes (default 0x3172c).
+#   bench/make-big-map.sh OUT [MB] [PROGRAM]
 set -euo pipefail
 out=$1
 mb=${2:-20}
+program=$((${3:-0x3172c}))
+etext=$((0x08004000 + program))
 mkdir -p "$out"
 # About 56 bytes a line in the builder's grammar, 75 in the rewriter's.
 lines=$((mb * 1024 * 1024 / 56))
 entries=$((mb * 1024 * 1024 / 75))
 
-awk -v n="$lines" 'BEGIN {
+awk -v n="$lines" -v size="$program" -v etext="$etext" 'BEGIN {
   print "Linker script and memory map"
   print ""
-  print ".text           0x08004000    0x3172c"
+  printf ".text           0x08004000    0x%x\n", size
   for (i = 0; i < n; i++) {
     if (i % 1000 == 0) printf " .text.f%-7d 0x%08x       0x40 obj/part%d.o\n", i, 134234112 + (i % 704), i % 97
     else printf "                0x%08x                symbol_%d\n", 134234112 + (i % 704), i
@@ -29,7 +33,7 @@ awk -v n="$lines" 'BEGIN {
   print "                0x08004200                ModbusHGroups_Table"
   print "                0x08004240                ModbusIGroups_Table"
   print "                0x08004280                ModbusRemoteRegTables"
-  print "                0x0803572c                _etext"
+  printf "                0x%08x                _etext\n", etext
   print ".bss            0x20000000      0x400"
   print "                0x20000000                _sbss"
 }' >"$out/big_output.map"
