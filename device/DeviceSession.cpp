@@ -20,8 +20,9 @@ namespace {
 constexpr milliseconds kFrameGap{100};
 // The smallest frame the fast framing accepts on its CRC alone: a frame without data.
 constexpr std::uint32_t kFastMinFrame = kFrameHeader + 2;
-// How often the fast framing looks for new bytes.
-constexpr microseconds kFastPoll{250};
+// The shortest silence that ends a fast frame, whatever the baud rate: a pty or a
+// driver hands over one write in pieces that are this close together.
+constexpr microseconds kFastMinQuiet{150};
 
 // Sleeps until the steady clock reaches deadline. Loops, because a single sleep may
 // end early (mingw's sleep under Wine returns after a fraction of a millisecond).
@@ -29,10 +30,15 @@ void sleepUntil(Clock::time_point deadline) {
   for (auto now = Clock::now(); now < deadline; now = Clock::now()) std::this_thread::sleep_until(deadline);
 }
 
-// The silence that ends a fast frame: three character times (10 bits each), at least 2 ms.
+// The silence that ends a fast frame: three character times (10 bits each).
 microseconds quietTime(std::uint32_t baud) {
   const auto chars = microseconds(baud == 0 ? 0 : 30'000'000ull / baud);
-  return std::max<microseconds>(milliseconds(2), chars);
+  return std::max<microseconds>(kFastMinQuiet, chars);
+}
+
+std::uint32_t microsUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<microseconds>(deadline - Clock::now()).count();
+  return left <= 0 ? 0 : static_cast<std::uint32_t>(left);
 }
 
 }  // namespace
@@ -134,7 +140,7 @@ void DeviceSession::sleepClosed() {
   stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] { return stop.load(); });
 }
 
-// One pass is a tick: receive, run the time-out, sleep 1 ms. While the port is closed
+// One pass is a tick: receive, run the time-out, wait 1 ms. While the port is closed
 // the worker sleeps a second at a time. The first pass always counts as closed (the
 // port opens after the worker starts), so polling begins about 1 s after construction
 // and a reply that came meanwhile is taken before any time-out runs.
@@ -144,13 +150,36 @@ void DeviceSession::workerLoop() {
     if (isOpen()) {
       if (!failed.load()) receive();
       timeoutStep();
-      sleepUntil(Clock::now() + milliseconds(1));
+      const auto tickEnd = Clock::now() + milliseconds(1);
+      if (framing_.load() == ReplyFraming::fast)
+        receiveUntil(tickEnd);
+      else
+        sleepUntil(tickEnd);
     } else {
       sleepClosed();
     }
   }
   std::unique_lock<std::shared_mutex> lock(portLock_);
   close();
+}
+
+// The fast framing's wait between ticks: a reply that begins to arrive is taken at
+// once rather than at the next tick. The ticks themselves keep their length, so
+// time-outs last as long as with the gap framing.
+void DeviceSession::receiveUntil(Clock::time_point tickEnd) {
+  for (std::uint32_t left = microsUntil(tickEnd); left != 0 && !stop.load(); left = microsUntil(tickEnd)) {
+    bool readable;
+    {
+      std::shared_lock<std::shared_mutex> lock(portLock_);
+      readable = waitForInput(left);
+    }
+    if (!readable) continue;
+    // Nothing waits for these bytes now, or the wake was a hang-up and not input.
+    if (failed.load() || !busy.load() || lockedAvailable() == 0) break;
+    receive();
+    if (lockedAvailable() != 0) break;  // left for the next tick, not spun on
+  }
+  sleepUntil(tickEnd);
 }
 
 std::uint32_t DeviceSession::readGapFrame() { return lockedRead(scratch_.data(), kFrameMax); }
@@ -165,7 +194,8 @@ std::uint32_t DeviceSession::readFastFrame() {
   while (n < kFrameMax) {
     const std::uint32_t queued = lockedAvailable();
     if (queued != 0) {
-      const std::uint32_t got = lockedRead(scratch_.data() + n, std::min<std::uint32_t>(queued, static_cast<std::uint32_t>(kFrameMax) - n));
+      const std::uint32_t room = static_cast<std::uint32_t>(kFrameMax) - n;
+      const std::uint32_t got = lockedRead(scratch_.data() + n, std::min(queued, room));
       if (got == 0) break;
       n += got;
       crcOk = n >= kFastMinFrame && frameCrcOk(scratch_.data(), n);
@@ -173,9 +203,15 @@ std::uint32_t DeviceSession::readFastFrame() {
       continue;
     }
     if (!isOpen()) break;
-    const auto idle = Clock::now() - lastByte;
-    if ((crcOk && idle >= quiet) || idle >= kFrameGap) break;
-    std::this_thread::sleep_for(kFastPoll);
+    const auto frameEnd = lastByte + (crcOk ? quiet : kFrameGap);
+    if (Clock::now() >= frameEnd) break;
+    bool readable;
+    {
+      std::shared_lock<std::shared_mutex> lock(portLock_);
+      readable = waitForInput(microsUntil(frameEnd));
+    }
+    // Woken without input: a hang-up, which would wake every wait at once.
+    if (readable && lockedAvailable() == 0) std::this_thread::sleep_for(microseconds(250));
   }
   return n;
 }
@@ -203,8 +239,9 @@ void DeviceSession::receive() {
     ticksLeft.store(0);
     busy.exchange(false);
     wake();
-    // Frames that arrived together are all taken now; the last good one wins.
-    sleepUntil(Clock::now() + milliseconds(1));
+    // Frames that arrived together are all taken now; the last good one wins. The
+    // fast framing has already waited for the line to fall quiet.
+    if (framing_.load() == ReplyFraming::gap) sleepUntil(Clock::now() + milliseconds(1));
     if (lockedAvailable() == 0) return;
   }
 }

@@ -13,6 +13,7 @@
 // read of the worker.
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -78,6 +79,7 @@ public:
 private:
   void workerLoop();
   void sleepClosed();
+  void receiveUntil(std::chrono::steady_clock::time_point tickEnd);
   void receive();
   void timeoutStep();
   std::uint32_t readGapFrame();

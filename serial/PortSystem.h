@@ -23,6 +23,10 @@ PortHandle* openPort(const std::string& name, const LineSettings& line);
 void closePort(PortHandle* port);
 // Bytes waiting in the input queue, 0 on error.
 std::uint32_t queued(PortHandle* port);
+// Waits at most `micros` microseconds for a byte to be queued; true when one is (or
+// the device reports a hang-up, which the next read then sees). A platform without a
+// way to wait for input sleeps the whole time and then looks.
+bool waitReadable(PortHandle* port, std::uint32_t micros);
 // Reads until size bytes have come or 100 ms pass without a byte. False on an error.
 bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got);
 

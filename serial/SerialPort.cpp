@@ -101,6 +101,11 @@ std::uint32_t SerialPort::available() {
   return portsys::queued(handle_);
 }
 
+bool SerialPort::waitForInput(std::uint32_t micros) {
+  if (!open_.load()) return false;
+  return portsys::waitReadable(handle_, micros);
+}
+
 void SerialPort::purge() {
   if (open_.load()) portsys::purge(handle_);
 }

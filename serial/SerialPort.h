@@ -46,6 +46,9 @@ public:
 
   // Bytes waiting in the input queue; 0 when closed.
   std::uint32_t available();
+  // Waits at most `micros` microseconds for input; true when a byte is queued.
+  // False at once when closed.
+  bool waitForInput(std::uint32_t micros);
   // Drops everything queued in both directions.
   void purge();
 

@@ -121,6 +121,12 @@ std::uint32_t queued(PortHandle* port) {
   return static_cast<std::uint32_t>(n);
 }
 
+bool waitReadable(PortHandle* port, std::uint32_t micros) {
+  pollfd p{port->fd, POLLIN, 0};
+  const timespec wait{static_cast<time_t>(micros / 1000000), static_cast<long>(micros % 1000000) * 1000};
+  return ::ppoll(&p, 1, &wait, nullptr) > 0;
+}
+
 bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) {
   got = 0;
   while (got < size) {

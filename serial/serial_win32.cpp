@@ -2,9 +2,11 @@
 // 100 ms read interval time-out.
 #include <windows.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "serial/PortSystem.h"
 
@@ -97,6 +99,13 @@ std::uint32_t queued(PortHandle* port) {
   COMSTAT status{};
   if (!ClearCommError(port->handle, &errors, &status)) return 0;
   return status.cbInQue;
+}
+
+// The communications API has no cheap wait for input without overlapped I/O, which
+// the port is not opened for: sleep, then look.
+bool waitReadable(PortHandle* port, std::uint32_t micros) {
+  std::this_thread::sleep_for(std::chrono::microseconds(micros));
+  return queued(port) != 0;
 }
 
 // With no byte at all ReadFile would wait for ever: callers read only when bytes are queued.
