@@ -97,7 +97,7 @@ FlashPolicy FlashPolicy::cli(const std::atomic<bool>* cancel) {
   p.zeroCheckIsRefusal = true;
   p.boundedRetries = true;
   p.writeFailureEnds = true;
-  p.finishRetryAlternatesBaud = true;
+  p.retryAlternatesBaud = true;
   p.scaleTimeouts = true;
   p.timeoutMarginTicks = 30;
   p.cancel = cancel;
@@ -244,8 +244,11 @@ FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy
     return out;
   } else {
     s.retries += 1;
-    if (s.step == Finish && policy.finishRetryAlternatesBaud) {
-      const std::uint32_t baud = s.retries % 2 == 1 ? s.answeredBaudIndex : kTransferBaudIndex;
+    if ((s.step == Start || s.step == Finish) && policy.retryAlternatesBaud) {
+      // The first repetition goes where the device moved if it answered.
+      const std::uint32_t moved = s.step == Start ? kTransferBaudIndex : s.answeredBaudIndex;
+      const std::uint32_t stayed = s.step == Start ? s.answeredBaudIndex : kTransferBaudIndex;
+      const std::uint32_t baud = s.retries % 2 == 1 ? moved : stayed;
       if (baud != s.lineBaudIndex) reopenAt(s, link, baud);
     }
     sendStep(s, link, policy, true);

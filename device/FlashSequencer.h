@@ -16,8 +16,9 @@
 // FlashPolicy::cli() differs only where that would hang a script: a zero answer is
 // a refusal naming the block address, the seventh failure ends the flash with
 // "Device not response", a request that cannot be written ends it, time-outs
-// grow with the wire time at the line's baud rate, a repeated Finish also tries the
-// device's own baud rate, and a cancel flag is honoured.
+// grow with the wire time at the line's baud rate, a repeated Start also tries the
+// transfer rate and a repeated Finish the device's own rate, and a cancel flag is
+// honoured.
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -89,10 +90,11 @@ struct FlashPolicy {
   // baud rate plus timeoutMarginTicks; never shorter than the screen's.
   bool scaleTimeouts = false;
   std::uint32_t timeoutMarginTicks = 0;
-  // Finish is repeated alternately at the baud rate the device answered discovery at
-  // and at the transfer rate: a device that finished but whose answer was lost has
-  // already gone back to its own rate and hears nothing at 921600.
-  bool finishRetryAlternatesBaud = false;
+  // Start and Finish are repeated alternately at the transfer rate and at the baud
+  // rate the device answered discovery at. Each moves the device to the other rate
+  // as it answers, so when only the answer was lost the device listens at the rate
+  // the host has not tried yet: after Start at 921600, after Finish at its own.
+  bool retryAlternatesBaud = false;
   // Discovery only at this baud index (six attempts) instead of the whole ladder; -1 = ladder.
   int fixedBaudIndex = -1;
   // Set from any thread to stop: the next step returns Cancelled.

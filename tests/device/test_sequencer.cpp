@@ -496,3 +496,31 @@ TEST(SequencerFlush, CliRepeatsFinishAlsoAtTheDevicesOwnBaud) {
     EXPECT_EQ(stepFlush(s, link, policy).kind, FlushKind::Done);
   }
 }
+
+TEST(SequencerFlush, CliRepeatsStartAlsoAtTheTransferBaud) {
+  TestImage img(0x08004000, 10, 0x08020000, 0);
+  for (const bool cli : {false, true}) {
+    const FlashPolicy policy = cli ? FlashPolicy::cli() : FlashPolicy::gui();
+    FlushState s = foundState();
+    s.answeredBaudIndex = 3;
+    s.lineBaudIndex = 3;
+    ScriptedLink link;
+    beginFlush(s, link, img.image, policy);
+    ASSERT_EQ(link.last().command, CmdStart);
+    for (int r = 0; r < 4; ++r) {
+      link.timeOut();
+      stepFlush(s, link, policy);
+      EXPECT_EQ(link.last().command, CmdStart);
+    }
+    if (cli)
+      EXPECT_EQ(link.reopens, (std::vector<int>{4, 3, 4, 3})); // the device may have moved on
+    else
+      EXPECT_TRUE(link.reopens.empty()); // the screen repeats at the device's own rate
+    // Answered at 921600: the line is (again) at the transfer rate and blocks follow.
+    link.answer(1);
+    stepFlush(s, link, policy);
+    EXPECT_EQ(link.reopens.back(), 4);
+    EXPECT_EQ(s.lineBaudIndex, 4u);
+    EXPECT_EQ(link.last().command, CmdCheckBlock);
+  }
+}
