@@ -19,6 +19,7 @@ public:
     corrupt,            // a reply with a broken CRC
     twoBytes,           // two stray bytes
     answerThenGarbage,  // a good reply, then two stray bytes 40 ms later
+    splitAnswer,        // a good reply in two pieces, 20 ms apart
   };
 
   PtyResponder(PtyPair& pty, std::uint32_t baud) : baud(baud), pty_(pty) { thread_ = std::thread([this] { run(); }); }
@@ -92,6 +93,11 @@ private:
         pty_.send(reply);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
         pty_.send(std::vector<std::uint8_t>{0xAA, 0xBB});
+        break;
+      case Mode::splitAnswer:
+        pty_.send(std::vector<std::uint8_t>(reply.begin(), reply.begin() + 10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pty_.send(std::vector<std::uint8_t>(reply.begin() + 10, reply.end()));
         break;
     }
   }

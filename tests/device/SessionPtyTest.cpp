@@ -81,19 +81,6 @@ TEST_F(SessionPty, WriteBlockSendsTheWholeFrame) {
   EXPECT_EQ(decodeFields(session->reply.data()).command, CmdWriteBlock);
 }
 
-TEST_F(SessionPty, AnUnansweredRequestTimesOutAfterItsTicks) {
-  device.mode.store(PtyResponder::Mode::silent);
-  auto session = open();
-  const auto start = Clock::now();
-  identify(*session, 50);
-  ASSERT_TRUE(waitIdle(*session));
-  EXPECT_TRUE(session->hasFailed());
-  EXPECT_GE(Clock::now() - start, milliseconds(50));  // each tick sleeps at least 1 ms
-  // A wake-up at 50, 40, 30, 20 and 10 ticks left, and one at the time-out.
-  EXPECT_EQ(wakes.load(), 6);
-  EXPECT_EQ(device.requests().size(), 1u);
-}
-
 TEST_F(SessionPty, AnotherBaudRateIsNoiseUntilTheLineIsReopened) {
   device.baud.store(115200);
   auto session = open();
@@ -140,6 +127,37 @@ TEST_F(SessionPty, TwoSessionsInARowUseTheSamePort) {
 }
 
 class SessionFraming : public SessionPty, public testing::WithParamInterface<ReplyFraming> {};
+
+// The fast framing waits for input between ticks, but its ticks last as long.
+TEST_P(SessionFraming, AnUnansweredRequestTimesOutAfterItsTicks) {
+  device.mode.store(PtyResponder::Mode::silent);
+  auto session = open(GetParam());
+  const auto start = Clock::now();
+  identify(*session, 50);
+  ASSERT_TRUE(waitIdle(*session));
+  EXPECT_TRUE(session->hasFailed());
+  EXPECT_GE(Clock::now() - start, milliseconds(50));  // each tick lasts at least 1 ms
+  // A wake-up at 50, 40, 30, 20 and 10 ticks left, and one at the time-out.
+  EXPECT_EQ(wakes.load(), 6);
+  EXPECT_EQ(device.requests().size(), 1u);
+}
+
+// A reply that arrives in two pieces is one frame: the first piece's CRC is wrong,
+// so the fast framing does not end the frame at the pause between them.
+TEST_P(SessionFraming, AReplyInTwoPiecesIsOneFrame) {
+  device.mode.store(PtyResponder::Mode::splitAnswer);
+  auto session = open(GetParam());
+  std::this_thread::sleep_for(milliseconds(1100));  // past the worker's first long sleep
+  testing::internal::CaptureStdout();
+  identify(*session, 500);
+  const bool idle = waitIdle(*session);
+  const std::string out = testing::internal::GetCapturedStdout();
+  ASSERT_TRUE(idle);
+  EXPECT_FALSE(session->hasFailed());
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(session->replyLength, 24u);
+  EXPECT_EQ(session->replyWord(0), 0x00c0ffeeu);
+}
 
 TEST_P(SessionFraming, ACorruptReplyIsReportedOnceAndKeepsTheLastReply) {
   auto session = open(GetParam());
