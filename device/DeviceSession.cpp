@@ -22,7 +22,7 @@ constexpr milliseconds kFrameGap{100};
 constexpr std::uint32_t kFastMinFrame = kFrameHeader + 2;
 // The shortest silence that ends a fast frame, whatever the baud rate: a pty or a
 // driver hands over one write in pieces that are this close together.
-constexpr microseconds kFastMinQuiet{150};
+constexpr microseconds kFastMinQuiet{50};
 
 // Sleeps until the steady clock reaches deadline. Loops, because a single sleep may
 // end early (mingw's sleep under Wine returns after a fraction of a millisecond).

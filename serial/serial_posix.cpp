@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -122,6 +123,13 @@ std::uint32_t queued(PortHandle* port) {
 }
 
 bool waitReadable(PortHandle* port, std::uint32_t micros) {
+  // These waits are a few character times long; the kernel's default timer slack
+  // (50 us) would add as much again to each. Set once for the waiting thread.
+  thread_local bool slackSet = false;
+  if (!slackSet) {
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    slackSet = true;
+  }
   pollfd p{port->fd, POLLIN, 0};
   const timespec wait{static_cast<time_t>(micros / 1000000), static_cast<long>(micros % 1000000) * 1000};
   return ::ppoll(&p, 1, &wait, nullptr) > 0;
