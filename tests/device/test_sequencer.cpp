@@ -469,58 +469,60 @@ TEST(SequencerFlush, SegmentAndBlockCommandStepsKeepTheirTables) {
   EXPECT_EQ(stepFlush(s, link, gui).kind, FlushKind::Done);
 }
 
-TEST(SequencerFlush, CliRepeatsFinishAlsoAtTheDevicesOwnBaud) {
-  TestImage img(0x08004000, 10, 0x08020000, 0);
-  for (const bool cli : {false, true}) {
-    const FlashPolicy policy = cli ? FlashPolicy::cli() : FlashPolicy::gui();
-    FlushState s = foundState();
+// Start sent for a small image to a device that answered discovery at 115200.
+struct StartedFlush {
+  TestImage img{0x08004000, 10, 0x08020000, 0};
+  FlushState s = foundState();
+  ScriptedLink link;
+  explicit StartedFlush(const FlashPolicy& policy) {
     s.answeredBaudIndex = 3;
     s.lineBaudIndex = 3;
-    ScriptedLink link;
     beginFlush(s, link, img.image, policy);
-    while (!(link.busy && link.last().command == CmdFinish)) {
-      link.answer(1);
-      stepFlush(s, link, policy);
-    }
-    ASSERT_EQ(link.reopens, std::vector<int>{4});
+  }
+  // Times the outstanding request out four times; each time it is sent again.
+  void timeOutFourTimes(const FlashPolicy& policy, std::uint8_t command) {
     for (int r = 0; r < 4; ++r) {
       link.timeOut();
       stepFlush(s, link, policy);
-      EXPECT_EQ(link.last().command, CmdFinish);
+      EXPECT_EQ(link.last().command, command);
     }
+  }
+};
+
+TEST(SequencerFlush, CliRepeatsFinishAlsoAtTheDevicesOwnBaud) {
+  for (const bool cli : {false, true}) {
+    const FlashPolicy policy = cli ? FlashPolicy::cli() : FlashPolicy::gui();
+    StartedFlush f(policy);
+    while (!(f.link.busy && f.link.last().command == CmdFinish)) {
+      f.link.answer(1);
+      stepFlush(f.s, f.link, policy);
+    }
+    ASSERT_EQ(f.link.reopens, std::vector<int>{4});
+    f.timeOutFourTimes(policy, CmdFinish);
     if (cli)
-      EXPECT_EQ(link.reopens, (std::vector<int>{4, 3, 4, 3, 4}));
+      EXPECT_EQ(f.link.reopens, (std::vector<int>{4, 3, 4, 3, 4}));
     else
-      EXPECT_EQ(link.reopens, std::vector<int>{4}); // the screen stays at 921600
-    link.answer(1);
-    EXPECT_EQ(stepFlush(s, link, policy).kind, FlushKind::Done);
+      EXPECT_EQ(f.link.reopens, std::vector<int>{4}); // the screen stays at 921600
+    f.link.answer(1);
+    EXPECT_EQ(stepFlush(f.s, f.link, policy).kind, FlushKind::Done);
   }
 }
 
 TEST(SequencerFlush, CliRepeatsStartAlsoAtTheTransferBaud) {
-  TestImage img(0x08004000, 10, 0x08020000, 0);
   for (const bool cli : {false, true}) {
     const FlashPolicy policy = cli ? FlashPolicy::cli() : FlashPolicy::gui();
-    FlushState s = foundState();
-    s.answeredBaudIndex = 3;
-    s.lineBaudIndex = 3;
-    ScriptedLink link;
-    beginFlush(s, link, img.image, policy);
-    ASSERT_EQ(link.last().command, CmdStart);
-    for (int r = 0; r < 4; ++r) {
-      link.timeOut();
-      stepFlush(s, link, policy);
-      EXPECT_EQ(link.last().command, CmdStart);
-    }
+    StartedFlush f(policy);
+    ASSERT_EQ(f.link.last().command, CmdStart);
+    f.timeOutFourTimes(policy, CmdStart);
     if (cli)
-      EXPECT_EQ(link.reopens, (std::vector<int>{4, 3, 4, 3})); // the device may have moved on
+      EXPECT_EQ(f.link.reopens, (std::vector<int>{4, 3, 4, 3})); // the device may have moved on
     else
-      EXPECT_TRUE(link.reopens.empty()); // the screen repeats at the device's own rate
+      EXPECT_TRUE(f.link.reopens.empty()); // the screen repeats at the device's own rate
     // Answered at 921600: the line is (again) at the transfer rate and blocks follow.
-    link.answer(1);
-    stepFlush(s, link, policy);
-    EXPECT_EQ(link.reopens.back(), 4);
-    EXPECT_EQ(s.lineBaudIndex, 4u);
-    EXPECT_EQ(link.last().command, CmdCheckBlock);
+    f.link.answer(1);
+    stepFlush(f.s, f.link, policy);
+    EXPECT_EQ(f.link.reopens.back(), 4);
+    EXPECT_EQ(f.s.lineBaudIndex, 4u);
+    EXPECT_EQ(f.link.last().command, CmdCheckBlock);
   }
 }
