@@ -11,8 +11,11 @@ using namespace StartScreenSpace;
 namespace {
 
 // Writes an AELF file: program of exeSize bytes at 0x08004000, resources of resSize
-// bytes at 0x08010000.
-std::string writeImage(const std::string& name, std::uint32_t exeSize, std::uint32_t resSize) {
+// bytes at 0x08010000. Named after the running test: ctest runs tests in parallel
+// processes, and one must not read the file while another rewrites it.
+std::string writeImage(std::uint32_t exeSize, std::uint32_t resSize) {
+  const std::string name =
+      std::string("qmload-screen-") + testing::UnitTest::GetInstance()->current_test_info()->name() + ".alf";
   const std::string path = (std::filesystem::temp_directory_path() / name).string();
   std::vector<std::uint8_t> bytes(4 + 64 + exeSize + resSize, 0x5A);
   auto put = [&](std::size_t at, std::uint32_t v) {
@@ -46,7 +49,7 @@ float progressFill(const ScreenHarness& h) {
 class FlushTest : public ScreenTest {
 protected:
   void startFlush(std::uint32_t exeSize, std::uint32_t resSize) {
-    setProgramPath(writeImage("qmload-screen-test.alf", exeSize, resSize));
+    setProgramPath(writeImage(exeSize, resSize));
     openAndDiscover();
     h->frame();
     h->click("Flush");
@@ -57,7 +60,7 @@ protected:
 } // namespace
 
 TEST_F(FlushTest, FlushWritesEverySegmentBlockByBlockThenFinishes) {
-  startFlush(600, 100); // 3 + 1 program/resource blocks, 1 header block
+  ASSERT_NO_FATAL_FAILURE(startFlush(600, 100)); // 3 + 1 program/resource blocks, 1 header block
   ASSERT_GE(link().requests.size(), 2u);
   const SentRequest start = link().requests.back();
   EXPECT_EQ(start.command, 2);
@@ -117,7 +120,7 @@ TEST_F(FlushTest, FlushWritesEverySegmentBlockByBlockThenFinishes) {
 }
 
 TEST_F(FlushTest, ZeroCheckAnswerAddsProgressEveryFrameAndSendsNothing) {
-  startFlush(600, 0);
+  ASSERT_NO_FATAL_FAILURE(startFlush(600, 0));
   link().answer(0); // Start
   h->frame();       // reopen, first check-block sent
   ASSERT_EQ(link().requests.back().command, 1);
@@ -131,7 +134,7 @@ TEST_F(FlushTest, ZeroCheckAnswerAddsProgressEveryFrameAndSendsNothing) {
 }
 
 TEST_F(FlushTest, SeventhFailureRaisesDeviceNotResponseAndRetriesGoOn) {
-  startFlush(600, 0);
+  ASSERT_NO_FATAL_FAILURE(startFlush(600, 0));
   link().answer(0); // Start
   h->frame();
   ASSERT_EQ(link().requests.back().command, 1);
@@ -167,7 +170,7 @@ TEST_F(FlushTest, SeventhFailureRaisesDeviceNotResponseAndRetriesGoOn) {
 }
 
 TEST_F(FlushTest, RetrySucceedingBehindThePopupFinishesTheFlash) {
-  startFlush(300, 0); // two program blocks and the header block
+  ASSERT_NO_FATAL_FAILURE(startFlush(300, 0)); // two program blocks and the header block
   link().answer(0); // Start
   h->frame();
   for (int i = 0; i < 7; ++i) {
