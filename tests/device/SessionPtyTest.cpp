@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "device/DeviceSession.h"
@@ -25,6 +26,18 @@ bool waitIdle(const DeviceSession& session) {
 
 void identify(DeviceSession& session, std::uint32_t timeout) {
   session.request(0, 0, 0, CmdIdentify, 0, nullptr, 0, timeout);
+}
+
+// Sends identify and waits for its end, with the console captured meanwhile.
+struct Printed {
+  bool idle;
+  std::string out;
+};
+Printed identifyCapturing(DeviceSession& session, std::uint32_t timeout) {
+  testing::internal::CaptureStdout();
+  identify(session, timeout);
+  const bool idle = waitIdle(session);
+  return {idle, testing::internal::GetCapturedStdout()};
 }
 
 class SessionPty : public testing::Test {
@@ -148,13 +161,10 @@ TEST_P(SessionFraming, AReplyInTwoPiecesIsOneFrame) {
   device.mode.store(PtyResponder::Mode::splitAnswer);
   auto session = open(GetParam());
   std::this_thread::sleep_for(milliseconds(1100));  // past the worker's first long sleep
-  testing::internal::CaptureStdout();
-  identify(*session, 500);
-  const bool idle = waitIdle(*session);
-  const std::string out = testing::internal::GetCapturedStdout();
-  ASSERT_TRUE(idle);
+  const Printed p = identifyCapturing(*session, 500);
+  ASSERT_TRUE(p.idle);
   EXPECT_FALSE(session->hasFailed());
-  EXPECT_EQ(out, "");
+  EXPECT_EQ(p.out, "");
   EXPECT_EQ(session->replyLength, 24u);
   EXPECT_EQ(session->replyWord(0), 0x00c0ffeeu);
 }
@@ -181,13 +191,10 @@ TEST_P(SessionFraming, ACorruptReplyIsReportedOnceAndKeepsTheLastReply) {
 TEST_P(SessionFraming, ATwoByteReplyFailsSilently) {
   device.mode.store(PtyResponder::Mode::twoBytes);
   auto session = open(GetParam());
-  testing::internal::CaptureStdout();
-  identify(*session, 2000);
-  const bool idle = waitIdle(*session);
-  const std::string out = testing::internal::GetCapturedStdout();
-  ASSERT_TRUE(idle);
+  const Printed p = identifyCapturing(*session, 2000);
+  ASSERT_TRUE(p.idle);
   EXPECT_TRUE(session->hasFailed());
-  EXPECT_EQ(out, "");
+  EXPECT_EQ(p.out, "");
 }
 
 // The device sends its answer and, 40 ms later, two stray bytes. The fast framing has
