@@ -106,17 +106,10 @@ void drawFlashScreen(nk_context* ctx, StartScreen& screen) {
   static std::string deviceLabel;
   if (nk_begin(ctx, screenWindowName, screenWindowRect(), screenWindowFlags)) {
     switch (screen.mode) {
-    case WaitDevices:
-      drawWaitDevices(ctx, screen, deviceLabel);
-      break;
-    case DeviceReady:
-      drawDeviceReady(ctx, screen);
-      break;
-    case Flushing:
-      drawFlushing(ctx, screen);
-      break;
-    default:
-      break;
+    case WaitDevices: drawWaitDevices(ctx, screen, deviceLabel); break;
+    case DeviceReady: drawDeviceReady(ctx, screen); break;
+    case Flushing: drawFlushing(ctx, screen); break;
+    default: break;
     }
   }
   nk_end(ctx);

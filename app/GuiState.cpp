@@ -26,12 +26,10 @@ void refreshPortList() {
     portLister(portNames);
   else
     listSerialPorts(portNames);
-  if (portNames.size() > static_cast<std::size_t>(portTableSize))
-    portNames.resize(portTableSize);
+  if (portNames.size() > static_cast<std::size_t>(portTableSize)) portNames.resize(portTableSize);
 
   const int count = static_cast<int>(portNames.size());
-  for (int i = 0; i < portTableSize; ++i)
-    portItems[i] = i < count ? portNames[i].c_str() : nullptr;
+  for (int i = 0; i < portTableSize; ++i) portItems[i] = i < count ? portNames[i].c_str() : nullptr;
 
   // The combo box must never be handed an index outside the list.
   if (selectedPort >= count) selectedPort = count > 0 ? count - 1 : 0;

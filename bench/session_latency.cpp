@@ -26,7 +26,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::uint32_t kBaud = 921600;
-constexpr std::uint8_t kBaudIndex = 4;  // 921600 in the session's table
+constexpr std::uint8_t kBaudIndex = 4; // 921600 in the session's table
 
 // qmload-sim on a pty at 921600 baud; the port it prints is the one to open.
 struct Simulator {
@@ -100,7 +100,7 @@ bool measure(DeviceSession& session, Signal& signal, ReplyFraming framing, int c
   return true;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv) {
   const int count = argc > 1 ? std::max(1, std::atoi(argv[1])) : 200;

@@ -30,8 +30,8 @@ bool CheckedLink::hasFailed() const {
       ++strays_;
       // Let the real answer arrive (it ends a frame within the framing's gap), then
       // drop whatever is queued.
-      const auto settle = session_.framing() == ReplyFraming::gap ? std::chrono::milliseconds(250)
-                                                                   : std::chrono::milliseconds(30);
+      const auto settle =
+          session_.framing() == ReplyFraming::gap ? std::chrono::milliseconds(250) : std::chrono::milliseconds(30);
       std::this_thread::sleep_for(settle);
       session_.purge();
     }

@@ -12,9 +12,8 @@ class CheckedLink : public FlashLink {
 public:
   explicit CheckedLink(DeviceSession& session) : session_(session) {}
 
-  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command,
-               std::uint32_t address, const std::uint8_t* data, std::uint32_t length,
-               std::uint32_t timeout) override;
+  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command, std::uint32_t address,
+               const std::uint8_t* data, std::uint32_t length, std::uint32_t timeout) override;
   void reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) override;
   bool isBusy() const override { return session_.isBusy(); }
   // A stray reply counts as a failure of the request; before reporting it, the line is

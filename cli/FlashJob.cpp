@@ -107,9 +107,7 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
   for (;;) {
     const FlushOutcome o = stepFlush(s, link, policy);
     switch (o.kind) {
-    case FlushKind::Waiting:
-      waiter.wait();
-      continue;
+    case FlushKind::Waiting: waiter.wait(); continue;
     case FlushKind::Progressed:
       reporter.progress(job.port, s.progress < s.total ? s.progress : s.total, s.total);
       continue;
@@ -119,12 +117,8 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
       result.bytes = s.total;
       reporter.progress(job.port, s.total, s.total);
       return finish(result);
-    case FlushKind::Refused:
-      result.message = refusalText(o.address);
-      return finish(result);
-    case FlushKind::Failed:
-      result.message = o.message;
-      return finish(result);
+    case FlushKind::Refused: result.message = refusalText(o.address); return finish(result);
+    case FlushKind::Failed: result.message = o.message; return finish(result);
     case FlushKind::Cancelled:
       result.exitCode = JobCancelled;
       result.message = "Cancelled";

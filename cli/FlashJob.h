@@ -10,8 +10,8 @@
 
 struct DeviceJob {
   std::string port;
-  int baudIndex = -1;           // -1: the discovery ladder
-  bool haveId = false;          // address this identity instead of the one that answers
+  int baudIndex = -1;  // -1: the discovery ladder
+  bool haveId = false; // address this identity instead of the one that answers
   std::uint32_t id[3] = {0, 0, 0};
   ReplyFraming framing = ReplyFraming::fast;
   const AelfImage* image = nullptr; // null: identify only
@@ -30,10 +30,10 @@ enum JobExit { JobOk = 0, JobDeviceError = 1, JobCancelled = 130 };
 
 struct JobResult {
   int exitCode = JobDeviceError;
-  std::string message;   // why it failed
-  std::string identity;  // "0x%08x-%08x-%08x" of the device found or addressed
+  std::string message;    // why it failed
+  std::string identity;   // "0x%08x-%08x-%08x" of the device found or addressed
   std::uint32_t baud = 0; // where the device answered
-  double seconds = 0;    // of the flash proper (Start to Finish answered)
+  double seconds = 0;     // of the flash proper (Start to Finish answered)
   std::uint64_t bytes = 0;
   std::uint32_t strayReplies = 0;
 };

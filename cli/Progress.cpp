@@ -119,7 +119,8 @@ void Progress::done(const std::string& port, double seconds, std::uint64_t bytes
 
 void Progress::error(const std::string& port, const std::string& message) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (options_.json) emit("{\"event\":\"error\",\"port\":" + jsonString(port) + ",\"message\":" + jsonString(message) + "}");
+  if (options_.json)
+    emit("{\"event\":\"error\",\"port\":" + jsonString(port) + ",\"message\":" + jsonString(message) + "}");
 }
 
 void Progress::closeBar() {

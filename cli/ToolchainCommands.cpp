@@ -12,70 +12,69 @@
 namespace {
 
 struct BuildOptions {
-    std::string map = "./../../__output__.map";
-    std::string cfg = "./../../test.cpp_CFG.bin";
-    std::string object = "./../../__target_out__.o";
-    std::string res = "./../../test.cpp_RES.bin";
-    std::string output = "./../../project.alf";
+  std::string map = "./../../__output__.map";
+  std::string cfg = "./../../test.cpp_CFG.bin";
+  std::string object = "./../../__target_out__.o";
+  std::string res = "./../../test.cpp_RES.bin";
+  std::string output = "./../../project.alf";
 };
 
 struct RewriteOptions {
-    std::string funcs = "./../../funcList.txt";
-    std::string map = "./../../out.map";
-    std::string script = "./../../target.ld";
-    std::string output = "./../../target_out.ld";
+  std::string funcs = "./../../funcList.txt";
+  std::string map = "./../../out.map";
+  std::string script = "./../../target.ld";
+  std::string output = "./../../target_out.ld";
 };
 
 struct InfoOptions {
-    bool json = false;
-    std::string image;
+  bool json = false;
+  std::string image;
 };
 
-void addBuildAelf(CLI::App& app, int& exitCode)
-{
-    auto options = std::make_shared<BuildOptions>();
-    CLI::App* cmd = app.add_subcommand("build-aelf", "Build an AELF image from the link map, configuration template, flat flash image and resources");
-    cmd->add_option("--map", options->map, "link map")->capture_default_str();
-    cmd->add_option("--cfg", options->cfg, "configuration template (64-byte header)")->capture_default_str();
-    cmd->add_option("--object", options->object, "flat flash image starting at 0x08000000")->capture_default_str();
-    cmd->add_option("--res", options->res, "resource blob")->capture_default_str();
-    cmd->add_option("-o,--output", options->output, "AELF image to write")->capture_default_str();
-    cmd->callback([options, &exitCode] {
-        exitCode = buildAelf(options->map, options->cfg, options->object, options->res, options->output) ? 0 : 1;
-    });
+void addBuildAelf(CLI::App& app, int& exitCode) {
+  auto options = std::make_shared<BuildOptions>();
+  CLI::App* cmd = app.add_subcommand(
+      "build-aelf", "Build an AELF image from the link map, configuration template, flat flash image and resources");
+  cmd->add_option("--map", options->map, "link map")->capture_default_str();
+  cmd->add_option("--cfg", options->cfg, "configuration template (64-byte header)")->capture_default_str();
+  cmd->add_option("--object", options->object, "flat flash image starting at 0x08000000")->capture_default_str();
+  cmd->add_option("--res", options->res, "resource blob")->capture_default_str();
+  cmd->add_option("-o,--output", options->output, "AELF image to write")->capture_default_str();
+  cmd->callback([options, &exitCode] {
+    exitCode = buildAelf(options->map, options->cfg, options->object, options->res, options->output) ? 0 : 1;
+  });
 }
 
-void addRewriteLd(CLI::App& app, int& exitCode)
-{
-    auto options = std::make_shared<RewriteOptions>();
-    CLI::App* cmd = app.add_subcommand("rewrite-ld", "Write the linker script with the addresses of the listed functions");
-    cmd->add_option("--funcs", options->funcs, "function list, one name or 'mapName -> scriptName' per line")->capture_default_str();
-    cmd->add_option("--map", options->map, "link map")->capture_default_str();
-    cmd->add_option("--template", options->script, "linker-script template")->capture_default_str();
-    cmd->add_option("-o,--output", options->output, "linker script to write")->capture_default_str();
-    cmd->callback([options, &exitCode] {
-        switch (rewriteLinkerScript(options->funcs, options->map, options->script, options->output)) {
-        case RewriteResult::Written: exitCode = 0; break;
-        case RewriteResult::WrittenSomeMissing: exitCode = 3; break;
-        case RewriteResult::NotWritten: exitCode = 1; break;
-        }
-    });
+void addRewriteLd(CLI::App& app, int& exitCode) {
+  auto options = std::make_shared<RewriteOptions>();
+  CLI::App* cmd =
+      app.add_subcommand("rewrite-ld", "Write the linker script with the addresses of the listed functions");
+  cmd->add_option("--funcs", options->funcs, "function list, one name or 'mapName -> scriptName' per line")
+      ->capture_default_str();
+  cmd->add_option("--map", options->map, "link map")->capture_default_str();
+  cmd->add_option("--template", options->script, "linker-script template")->capture_default_str();
+  cmd->add_option("-o,--output", options->output, "linker script to write")->capture_default_str();
+  cmd->callback([options, &exitCode] {
+    switch (rewriteLinkerScript(options->funcs, options->map, options->script, options->output)) {
+    case RewriteResult::Written: exitCode = 0; break;
+    case RewriteResult::WrittenSomeMissing: exitCode = 3; break;
+    case RewriteResult::NotWritten: exitCode = 1; break;
+    }
+  });
 }
 
-void addInfo(CLI::App& app, int& exitCode)
-{
-    auto options = std::make_shared<InfoOptions>();
-    CLI::App* cmd = app.add_subcommand("info", "Show the header and segments of an AELF image");
-    cmd->add_flag("--json", options->json, "print one JSON object");
-    cmd->add_option("IMAGE", options->image, "AELF image")->required();
-    cmd->callback([options, &exitCode] { exitCode = printAelfInfo(options->image, options->json); });
+void addInfo(CLI::App& app, int& exitCode) {
+  auto options = std::make_shared<InfoOptions>();
+  CLI::App* cmd = app.add_subcommand("info", "Show the header and segments of an AELF image");
+  cmd->add_flag("--json", options->json, "print one JSON object");
+  cmd->add_option("IMAGE", options->image, "AELF image")->required();
+  cmd->callback([options, &exitCode] { exitCode = printAelfInfo(options->image, options->json); });
 }
 
 } // namespace
 
-void addToolchainCommands(CLI::App& app, int& exitCode)
-{
-    addBuildAelf(app, exitCode);
-    addRewriteLd(app, exitCode);
-    addInfo(app, exitCode);
+void addToolchainCommands(CLI::App& app, int& exitCode) {
+  addBuildAelf(app, exitCode);
+  addRewriteLd(app, exitCode);
+  addInfo(app, exitCode);
 }

@@ -7,8 +7,8 @@
 namespace {
 
 struct Field {
-    const char* name;
-    uint32_t offset;
+  const char* name;
+  uint32_t offset;
 };
 
 const Field fields[] = {
@@ -25,42 +25,38 @@ const Field fields[] = {
 
 const char* const segmentNames[] = {"program", "resources", "header"};
 
-void printJson(const uint8_t* header, const AelfImage& image)
-{
-    std::printf("{");
-    for (const Field& field : fields)
-        std::printf("\"%s\": %u, ", field.name, static_cast<unsigned>(readLe32(header + field.offset)));
-    std::printf("\"segments\": [");
-    for (int i = 0; i < 3; ++i)
-        std::printf("%s{\"address\": %u, \"size\": %u}", i ? ", " : "", static_cast<unsigned>(image.segments[i].address),
-                    static_cast<unsigned>(image.segments[i].size));
-    std::printf("]}\n");
+void printJson(const uint8_t* header, const AelfImage& image) {
+  std::printf("{");
+  for (const Field& field : fields)
+    std::printf("\"%s\": %u, ", field.name, static_cast<unsigned>(readLe32(header + field.offset)));
+  std::printf("\"segments\": [");
+  for (int i = 0; i < 3; ++i)
+    std::printf("%s{\"address\": %u, \"size\": %u}", i ? ", " : "", static_cast<unsigned>(image.segments[i].address),
+                static_cast<unsigned>(image.segments[i].size));
+  std::printf("]}\n");
 }
 
-void printTable(const uint8_t* header, const AelfImage& image)
-{
-    for (const Field& field : fields) {
-        const unsigned value = readLe32(header + field.offset);
-        std::printf("%-16s 0x%08x  %u\n", field.name, value, value);
-    }
-    std::printf("\n%-10s %-10s  %s\n", "segment", "address", "size");
-    for (int i = 0; i < 3; ++i)
-        std::printf("%-10s 0x%08x  %u\n", segmentNames[i], static_cast<unsigned>(image.segments[i].address),
-                    static_cast<unsigned>(image.segments[i].size));
+void printTable(const uint8_t* header, const AelfImage& image) {
+  for (const Field& field : fields) {
+    const unsigned value = readLe32(header + field.offset);
+    std::printf("%-16s 0x%08x  %u\n", field.name, value, value);
+  }
+  std::printf("\n%-10s %-10s  %s\n", "segment", "address", "size");
+  for (int i = 0; i < 3; ++i)
+    std::printf("%-10s 0x%08x  %u\n", segmentNames[i], static_cast<unsigned>(image.segments[i].address),
+                static_cast<unsigned>(image.segments[i].size));
 }
 
 } // namespace
 
-int printAelfInfo(const std::string& path, bool json)
-{
-    AelfImage image;
-    if (readAelfImage(path, image) != aelfOk)
-        return 1;
-    const uint8_t* header = image.segments[2].data;
-    if (json)
-        printJson(header, image);
-    else
-        printTable(header, image);
-    std::fflush(stdout);
-    return 0;
+int printAelfInfo(const std::string& path, bool json) {
+  AelfImage image;
+  if (readAelfImage(path, image) != aelfOk) return 1;
+  const uint8_t* header = image.segments[2].data;
+  if (json)
+    printJson(header, image);
+  else
+    printTable(header, image);
+  std::fflush(stdout);
+  return 0;
 }

@@ -41,7 +41,7 @@ std::uint32_t microsUntil(Clock::time_point deadline) {
   return left <= 0 ? 0 : static_cast<std::uint32_t>(left);
 }
 
-}  // namespace
+} // namespace
 
 DeviceSession::DeviceSession(const char* portName) : SerialPort() {
   worker_ = std::thread(&DeviceSession::workerLoop, this);
@@ -104,7 +104,7 @@ void DeviceSession::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t 
   if (written)
     ticksLeft.store(timeout);
   else
-    failed.exchange(true);  // busy stays set: nothing happens until the next request
+    failed.exchange(true); // busy stays set: nothing happens until the next request
 }
 
 void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) {
@@ -177,7 +177,7 @@ void DeviceSession::receiveUntil(Clock::time_point tickEnd) {
     // Nothing waits for these bytes now, or the wake was a hang-up and not input.
     if (failed.load() || !busy.load() || lockedAvailable() == 0) break;
     receive();
-    if (lockedAvailable() != 0) break;  // left for the next tick, not spun on
+    if (lockedAvailable() != 0) break; // left for the next tick, not spun on
   }
   sleepUntil(tickEnd);
 }

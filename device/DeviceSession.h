@@ -28,8 +28,8 @@
 
 // How the worker decides that a reply frame is complete.
 enum class ReplyFraming {
-  gap,   // after 100 ms without a byte
-  fast,  // as soon as a good-CRC frame of at least 24 bytes is followed by a short silence
+  gap,  // after 100 ms without a byte
+  fast, // as soon as a good-CRC frame of at least 24 bytes is followed by a short silence
 };
 
 class DeviceSession : public SerialPort, public FlashLink {
@@ -37,9 +37,9 @@ public:
   static constexpr int kBaudCount = 5;
   static constexpr int kParityCount = 3;
   static constexpr int kStopCount = 2;
-  static const std::uint32_t kBaudTable[kBaudCount];      // 9600 19200 38400 115200 921600
-  static const std::uint32_t kParityTable[kParityCount];  // none, even, odd
-  static const std::uint32_t kStopTable[kStopCount];      // one, two
+  static const std::uint32_t kBaudTable[kBaudCount];     // 9600 19200 38400 115200 921600
+  static const std::uint32_t kParityTable[kParityCount]; // none, even, odd
+  static const std::uint32_t kStopTable[kStopCount];     // one, two
 
   // Starts the worker, then opens portName (may be null: the port stays closed) at
   // 9600 baud 8N1. A port that will not open sets failed.
@@ -49,9 +49,8 @@ public:
 
   // Sends one request frame; the outcome arrives through busy/failed. timeout is in
   // worker ticks (about 1 ms each). Data that would not fit a frame is refused.
-  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command,
-               std::uint32_t address, const std::uint8_t* data, std::uint32_t length,
-               std::uint32_t timeout) override;
+  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command, std::uint32_t address,
+               const std::uint8_t* data, std::uint32_t length, std::uint32_t timeout) override;
   // Reopens the port with entries of the baud, parity and stop-bit tables, 8 data
   // bits. Fails (failed set) when the open fails or an index is out of range.
   void reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) override;
@@ -88,7 +87,7 @@ private:
   std::uint32_t lockedRead(std::uint8_t* buffer, std::uint32_t size);
   void wake();
 
-  std::shared_mutex portLock_;  // shared: read/write/available; exclusive: open/close
+  std::shared_mutex portLock_; // shared: read/write/available; exclusive: open/close
   std::mutex stopMutex_;
   std::condition_variable stopCv_;
   std::mutex wakeMutex_;

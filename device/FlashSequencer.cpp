@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::uint32_t kReplyBytes = 24;      // a reply carries no data
+constexpr std::uint32_t kReplyBytes = 24; // a reply carries no data
 constexpr std::uint32_t kShortRequestBytes = 24;
 constexpr std::uint32_t kWriteRequestBytes = 280;
 // A repeated Start waits 100 ticks, like the other repeated commands.
@@ -31,8 +31,8 @@ const std::uint8_t* blockBytes(const std::uint8_t* p, std::uint8_t (&copy)[kBloc
   return copy;
 }
 
-void send(FlashLink& link, const FlushState& s, std::uint8_t command, std::uint32_t address,
-          const std::uint8_t* data, std::uint32_t length, std::uint32_t timeout) {
+void send(FlashLink& link, const FlushState& s, std::uint8_t command, std::uint32_t address, const std::uint8_t* data,
+          std::uint32_t length, std::uint32_t timeout) {
   link.request(s.deviceId0, s.deviceId1, s.deviceId2, command, address, data, length, timeout);
 }
 
@@ -49,8 +49,7 @@ void sendStep(FlushState& s, FlashLink& link, const FlashPolicy& policy, bool re
     send(link, s, CmdStart, 0, nullptr, repeated ? s.offset : s.total,
          policy.timeoutFor(repeated ? kStartRetryTimeout : kStartTimeout, baud, kShortRequestBytes));
     break;
-  case NextSegment:
-    break;
+  case NextSegment: break;
   case WriteBlock: {
     std::uint8_t copy[kBlockSize];
     const std::uint8_t* data = s.segmentData ? blockBytes(s.segmentData + s.offset, copy) : nullptr;
@@ -227,9 +226,7 @@ FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy
       break;
     case NextSegment:
     case SegmentCommand:
-    case Finish:
-      advance = true;
-      break;
+    case Finish: advance = true; break;
     }
   } else if (s.retries >= kMaxRetries) {
     if (policy.boundedRetries) {

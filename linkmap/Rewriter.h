@@ -4,11 +4,10 @@
 #include <string>
 
 enum class RewriteResult {
-    Written,            // output written, every listed function found
-    WrittenSomeMissing, // output written, at least one "func ... not found"
-    NotWritten          // an input or the output could not be opened
+  Written,            // output written, every listed function found
+  WrittenSomeMissing, // output written, at least one "func ... not found"
+  NotWritten          // an input or the output could not be opened
 };
 
 RewriteResult rewriteLinkerScript(const std::string& funcListPath, const std::string& mapPath,
-                                  const std::string& scriptPath,
-                                  const std::string& outPath = "./../../target_out.ld");
+                                  const std::string& scriptPath, const std::string& outPath = "./../../target_out.ld");

@@ -12,9 +12,9 @@ namespace portsys {
 
 struct LineSettings {
   std::uint32_t baud;
-  std::uint32_t parity;    // SerialPort::ParityCode; an unknown code keeps the driver's parity
-  std::uint8_t dataBits;   // 5..8, checked by the caller
-  std::uint32_t stopBits;  // SerialPort::StopCode, combination checked by the caller
+  std::uint32_t parity;   // SerialPort::ParityCode; an unknown code keeps the driver's parity
+  std::uint8_t dataBits;  // 5..8, checked by the caller
+  std::uint32_t stopBits; // SerialPort::StopCode, combination checked by the caller
 };
 
 // Opens and configures the device. On failure prints the failing step's text and
@@ -36,9 +36,9 @@ WriteResult writeAll(PortHandle* port, const std::uint8_t* data, std::size_t len
 void purge(PortHandle* port);
 
 struct PortScan {
-  std::vector<std::string> names;  // the serial ports, in the system's order
-  std::uint32_t scanned = 0;       // length of the scanned name list in characters
+  std::vector<std::string> names; // the serial ports, in the system's order
+  std::uint32_t scanned = 0;      // length of the scanned name list in characters
 };
 PortScan scanPorts();
 
-}  // namespace portsys
+} // namespace portsys

@@ -23,7 +23,7 @@ void printText(const char* text) {
 const char* const kNotOpen = "com port is not open!\r";
 const char* const kDataBits = "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n";
 
-}  // namespace
+} // namespace
 
 SerialPort::SerialPort() = default;
 
@@ -212,14 +212,9 @@ bool SerialPort::writeChecked(const void* buffer, std::size_t length) {
     return false;
   }
   switch (portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length)) {
-    case portsys::WriteResult::writeFailed:
-      putsLine("write error\r");
-      return false;
-    case portsys::WriteResult::flushFailed:
-      putsLine("write error: FlushFileBuffers\r");
-      return false;
-    case portsys::WriteResult::ok:
-      break;
+  case portsys::WriteResult::writeFailed: putsLine("write error\r"); return false;
+  case portsys::WriteResult::flushFailed: putsLine("write error: FlushFileBuffers\r"); return false;
+  case portsys::WriteResult::ok: break;
   }
   return true;
 }

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-struct PortHandle;  // the platform's open device, defined by serial_<platform>.cpp
+struct PortHandle; // the platform's open device, defined by serial_<platform>.cpp
 
 class SerialPort {
 public:

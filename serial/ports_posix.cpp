@@ -43,7 +43,7 @@ std::string readLink(const std::string& path) {
   return std::string(target, static_cast<std::size_t>(n));
 }
 
-}  // namespace
+} // namespace
 
 namespace portsys {
 
@@ -64,4 +64,4 @@ PortScan scanPorts() {
   return scan;
 }
 
-}  // namespace portsys
+} // namespace portsys

@@ -28,4 +28,4 @@ PortScan scanPorts() {
   return scan;
 }
 
-}  // namespace portsys
+} // namespace portsys

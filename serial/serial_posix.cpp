@@ -32,11 +32,11 @@ bool speedFor(std::uint32_t baud, speed_t& speed) {
     speed_t speed;
   };
   static const Entry table[] = {
-      {50, B50},         {75, B75},         {110, B110},       {134, B134},       {150, B150},
-      {200, B200},       {300, B300},       {600, B600},       {1200, B1200},     {1800, B1800},
-      {2400, B2400},     {4800, B4800},     {9600, B9600},     {19200, B19200},   {38400, B38400},
-      {57600, B57600},   {115200, B115200}, {230400, B230400}, {460800, B460800}, {500000, B500000},
-      {576000, B576000}, {921600, B921600}, {1000000, B1000000}, {1152000, B1152000}, {1500000, B1500000},
+      {50, B50},           {75, B75},         {110, B110},         {134, B134},         {150, B150},
+      {200, B200},         {300, B300},       {600, B600},         {1200, B1200},       {1800, B1800},
+      {2400, B2400},       {4800, B4800},     {9600, B9600},       {19200, B19200},     {38400, B38400},
+      {57600, B57600},     {115200, B115200}, {230400, B230400},   {460800, B460800},   {500000, B500000},
+      {576000, B576000},   {921600, B921600}, {1000000, B1000000}, {1152000, B1152000}, {1500000, B1500000},
       {2000000, B2000000},
   };
   for (const Entry& e : table) {
@@ -51,12 +51,12 @@ bool speedFor(std::uint32_t baud, speed_t& speed) {
 void applyParity(termios& t, std::uint32_t parity) {
   const tcflag_t all = PARENB | PARODD | CMSPAR;
   switch (parity) {
-    case 0: t.c_cflag = (t.c_cflag & ~all) | PARENB; break;                    // even
-    case 1: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD | CMSPAR; break;  // mark
-    case 2: t.c_cflag &= ~all; break;                                          // none
-    case 3: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD; break;           // odd
-    case 4: t.c_cflag = (t.c_cflag & ~all) | PARENB | CMSPAR; break;           // space
-    default: break;  // unknown code: keep what the driver had
+  case 0: t.c_cflag = (t.c_cflag & ~all) | PARENB; break;                   // even
+  case 1: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD | CMSPAR; break; // mark
+  case 2: t.c_cflag &= ~all; break;                                         // none
+  case 3: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD; break;          // odd
+  case 4: t.c_cflag = (t.c_cflag & ~all) | PARENB | CMSPAR; break;          // space
+  default: break;                                                           // unknown code: keep what the driver had
   }
 }
 
@@ -83,7 +83,7 @@ PortHandle* fail(int fd, const char* text) {
   return nullptr;
 }
 
-}  // namespace
+} // namespace
 
 namespace portsys {
 
@@ -150,7 +150,7 @@ bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::u
     const int ready = ::poll(&p, 1, kReadGapMs);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return false;
-    if (ready == 0) break;  // the gap that ends a read
+    if (ready == 0) break; // the gap that ends a read
     if ((p.revents & POLLIN) == 0) {
       // Hang-up or error with nothing to read: what came so far is the result.
       return got != 0;
@@ -176,4 +176,4 @@ void purge(PortHandle* port) {
   tcflush(port->fd, TCOFLUSH);
 }
 
-}  // namespace portsys
+} // namespace portsys

@@ -60,7 +60,7 @@ void applyLine(DCB& dcb, const portsys::LineSettings& line) {
   setFlagWord(dcb);
 }
 
-}  // namespace
+} // namespace
 
 namespace portsys {
 
@@ -128,4 +128,4 @@ void purge(PortHandle* port) {
   PurgeComm(port->handle, PURGE_TXABORT | PURGE_TXCLEAR);
 }
 
-}  // namespace portsys
+} // namespace portsys

@@ -11,20 +11,18 @@ constexpr std::uint64_t kWritableEnd = std::uint64_t{kFlashBase} + kFlashSize;
 
 bool knownCommand(std::uint8_t command) {
   switch (command) {
-    case CmdIdentify:
-    case CmdCheckBlock:
-    case CmdStart:
-    case CmdBlock:
-    case CmdSegment:
-    case CmdWriteBlock:
-    case CmdFinish:
-      return true;
-    default:
-      return false;
+  case CmdIdentify:
+  case CmdCheckBlock:
+  case CmdStart:
+  case CmdBlock:
+  case CmdSegment:
+  case CmdWriteBlock:
+  case CmdFinish: return true;
+  default: return false;
   }
 }
 
-}  // namespace
+} // namespace
 
 DeviceModel::DeviceModel(DeviceIdentity identity, std::uint32_t ownBaud)
     : identity_(identity), ownBaud_(ownBaud), currentBaud_(ownBaud), flash_(kFlashSize, 0xFF) {}
@@ -35,9 +33,7 @@ bool DeviceModel::writable(std::uint32_t address, std::uint32_t size) {
   return begin >= kWritableBegin && end <= kWritableEnd;
 }
 
-void DeviceModel::eraseWritable() {
-  std::fill(flash_.begin() + kBootloaderSize, flash_.end(), 0xFF);
-}
+void DeviceModel::eraseWritable() { std::fill(flash_.begin() + kBootloaderSize, flash_.end(), 0xFF); }
 
 void DeviceModel::writeBlock(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) {
   // Bytes outside the writable area are skipped; the rest land as sent.
@@ -69,24 +65,22 @@ DeviceAnswer DeviceModel::handle(const std::uint8_t* frame, std::size_t n) {
 
   const std::size_t dataBytes = n - kFrameHeader - 2;
   switch (req.command) {
-    case CmdCheckBlock:
-      rep.id0 = writable(req.address, kBlockSize) ? 1 : 0;
-      break;
-    case CmdStart:
-      eraseWritable();
-      answer.nextBaud = kTransferBaud;
-      break;
-    case CmdWriteBlock: {
-      const std::uint32_t size = static_cast<std::uint32_t>(std::min<std::size_t>(dataBytes, req.length));
-      writeBlock(req.address, frame + kOffData, size);
-      break;
-    }
-    case CmdFinish:
-      answer.finished = true;
-      answer.nextBaud = ownBaud_;
-      break;
-    default:  // identify, block and segment commands are only acknowledged
-      break;
+  case CmdCheckBlock: rep.id0 = writable(req.address, kBlockSize) ? 1 : 0; break;
+  case CmdStart:
+    eraseWritable();
+    answer.nextBaud = kTransferBaud;
+    break;
+  case CmdWriteBlock: {
+    const std::uint32_t size = static_cast<std::uint32_t>(std::min<std::size_t>(dataBytes, req.length));
+    writeBlock(req.address, frame + kOffData, size);
+    break;
+  }
+  case CmdFinish:
+    answer.finished = true;
+    answer.nextBaud = ownBaud_;
+    break;
+  default: // identify, block and segment commands are only acknowledged
+    break;
   }
 
   answer.answered = true;

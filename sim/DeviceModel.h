@@ -20,14 +20,14 @@ constexpr std::uint32_t kTransferBaud = 921600;
 // What the device makes of one request.
 struct DeviceAnswer {
   bool answered = false;           // false: the request was not for this device
-  std::vector<std::uint8_t> reply;  // the reply frame, CRC included
+  std::vector<std::uint8_t> reply; // the reply frame, CRC included
   std::uint8_t command = 0;
-  std::uint32_t nextBaud = 0;  // baud rate to switch to once the reply is out; 0 = stay
-  bool finished = false;       // command 18 completed an image
+  std::uint32_t nextBaud = 0; // baud rate to switch to once the reply is out; 0 = stay
+  bool finished = false;      // command 18 completed an image
 };
 
 class DeviceModel {
- public:
+public:
   explicit DeviceModel(DeviceIdentity identity = {}, std::uint32_t ownBaud = 115200);
 
   // Handles one complete request frame (n bytes, CRC included and already checked
@@ -47,7 +47,7 @@ class DeviceModel {
   // True when every byte of [address, address + size) is writable flash.
   static bool writable(std::uint32_t address, std::uint32_t size);
 
- private:
+private:
   void eraseWritable();
   void writeBlock(std::uint32_t address, const std::uint8_t* data, std::uint32_t size);
 

@@ -5,8 +5,7 @@ ReplyFate FaultInjector::nextReply(std::vector<std::uint8_t>& reply) {
   fate.ordinal = ++replies_;
   const std::uint32_t n = fate.ordinal;
 
-  fate.dropped = (plan_.dropReply != 0 && n == plan_.dropReply) ||
-                 (plan_.dropEvery != 0 && n % plan_.dropEvery == 0);
+  fate.dropped = (plan_.dropReply != 0 && n == plan_.dropReply) || (plan_.dropEvery != 0 && n % plan_.dropEvery == 0);
   if (fate.dropped) return fate;
 
   if (plan_.corruptReply != 0 && n == plan_.corruptReply && reply.size() >= 2) {

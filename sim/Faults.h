@@ -9,14 +9,14 @@
 #include <vector>
 
 struct FaultPlan {
-  std::uint32_t dropReply = 0;        // the Nth reply is not sent
-  std::uint32_t dropEvery = 0;        // replies K, 2K, 3K, ... are not sent
-  std::uint32_t corruptReply = 0;     // the Nth reply goes out with both CRC bytes inverted
-  std::uint32_t lateReply = 0;        // the Nth reply leaves lateMs later than it would
+  std::uint32_t dropReply = 0;    // the Nth reply is not sent
+  std::uint32_t dropEvery = 0;    // replies K, 2K, 3K, ... are not sent
+  std::uint32_t corruptReply = 0; // the Nth reply goes out with both CRC bytes inverted
+  std::uint32_t lateReply = 0;    // the Nth reply leaves lateMs later than it would
   std::uint32_t lateMs = 0;
-  std::uint32_t silentAfterWrites = 0;  // after N write-block requests, nothing is handled or answered
-  std::uint32_t garbageBytes = 0;     // this many garbage bytes go out right before...
-  std::uint32_t garbageBefore = 1;    // ...reply number garbageBefore (same write, so they spoil it)
+  std::uint32_t silentAfterWrites = 0; // after N write-block requests, nothing is handled or answered
+  std::uint32_t garbageBytes = 0;      // this many garbage bytes go out right before...
+  std::uint32_t garbageBefore = 1;     // ...reply number garbageBefore (same write, so they spoil it)
 };
 
 // What happens to one reply.
@@ -25,11 +25,11 @@ struct ReplyFate {
   bool dropped = false;
   bool corrupted = false;
   std::uint32_t extraDelayMs = 0;
-  std::vector<std::uint8_t> garbage;  // bytes sent just before the reply
+  std::vector<std::uint8_t> garbage; // bytes sent just before the reply
 };
 
 class FaultInjector {
- public:
+public:
   explicit FaultInjector(FaultPlan plan = {}) : plan_(plan) {}
 
   // True once the device has gone silent: requests are then ignored entirely.
@@ -44,7 +44,7 @@ class FaultInjector {
 
   const FaultPlan& plan() const { return plan_; }
 
- private:
+private:
   FaultPlan plan_;
   std::uint32_t replies_ = 0;
   std::uint32_t writes_ = 0;

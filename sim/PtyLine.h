@@ -11,7 +11,7 @@
 #include <string>
 
 class PtyLine {
- public:
+public:
   PtyLine() = default;
   PtyLine(const PtyLine&) = delete;
   PtyLine& operator=(const PtyLine&) = delete;
@@ -39,7 +39,7 @@ class PtyLine {
   // buffer loses the rest, as an overrun UART would).
   std::size_t write(const std::uint8_t* data, std::size_t size);
 
- private:
+private:
   int master_ = -1;
   int slave_ = -1;
   std::string slavePath_;

@@ -16,7 +16,7 @@ void makeParents(const std::string& path) {
     ::mkdir(path.substr(0, slash).c_str(), 0755);
 }
 
-}  // namespace
+} // namespace
 
 PtyLine::~PtyLine() { close(); }
 
@@ -109,7 +109,7 @@ std::size_t PtyLine::write(const std::uint8_t* data, std::size_t size) {
     } else if (n < 0 && errno == EINTR) {
       continue;
     } else {
-      break;  // EAGAIN: nobody is draining the line
+      break; // EAGAIN: nobody is draining the line
     }
   }
   return done;

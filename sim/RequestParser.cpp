@@ -13,7 +13,7 @@ std::size_t neededFor(const std::vector<std::uint8_t>& b) {
   return kFrameHeader + 2;
 }
 
-}  // namespace
+} // namespace
 
 void RequestParser::reset() {
   dropped_ += bytes_.size();
@@ -38,7 +38,7 @@ std::vector<ParsedFrame> RequestParser::feed(const std::uint8_t* data, std::size
     }
     if (bytes_.size() < kFrameHeader + 2) break;
     const std::size_t need = neededFor(bytes_);
-    if (bytes_.size() < need) break;  // the whole chunk is in: wait for more
+    if (bytes_.size() < need) break; // the whole chunk is in: wait for more
     if (frameCrcOk(bytes_.data(), need)) {
       ParsedFrame f;
       f.bytes.assign(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(need));

@@ -17,15 +17,14 @@
 
 struct ParsedFrame {
   std::vector<std::uint8_t> bytes;
-  std::int64_t firstByteUs = 0;  // when the chunk holding its first byte arrived
-  std::int64_t lastByteUs = 0;   // when the chunk holding its last byte arrived
+  std::int64_t firstByteUs = 0; // when the chunk holding its first byte arrived
+  std::int64_t lastByteUs = 0;  // when the chunk holding its last byte arrived
 };
 
 class RequestParser {
- public:
+public:
   // Feeds one chunk that arrived at nowUs; returns the frames it completed.
-  std::vector<ParsedFrame> feed(const std::uint8_t* data, std::size_t n, std::int64_t nowUs,
-                                std::int64_t silenceUs);
+  std::vector<ParsedFrame> feed(const std::uint8_t* data, std::size_t n, std::int64_t nowUs, std::int64_t silenceUs);
   // Drops whatever partial frame is held.
   void reset();
   std::size_t pending() const { return bytes_.size(); }
@@ -33,9 +32,9 @@ class RequestParser {
   // When the partial frame held (if any) would be dropped for silence.
   std::int64_t lastByteUs() const { return lastUs_; }
 
- private:
+private:
   std::vector<std::uint8_t> bytes_;
-  std::vector<std::int64_t> times_;  // arrival time of each held byte
+  std::vector<std::int64_t> times_; // arrival time of each held byte
   std::int64_t lastUs_ = 0;
   std::size_t dropped_ = 0;
 };

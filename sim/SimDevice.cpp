@@ -23,7 +23,7 @@ std::string describe(const FrameFields& f, std::size_t n) {
   return line;
 }
 
-}  // namespace
+} // namespace
 
 RequestOutcome SimDevice::onFrame(const ParsedFrame& frame, std::uint32_t baud) {
   RequestOutcome out;
@@ -54,8 +54,7 @@ RequestOutcome SimDevice::onFrame(const ParsedFrame& frame, std::uint32_t baud) 
   // The reply goes out, so the device follows it to its next speed.
   if (answer.nextBaud != 0) model_.applyBaud(answer.nextBaud);
 
-  const std::int64_t received =
-      std::max(frame.firstByteUs + wireTimeUs(frame.bytes.size(), baud), frame.lastByteUs);
+  const std::int64_t received = std::max(frame.firstByteUs + wireTimeUs(frame.bytes.size(), baud), frame.lastByteUs);
   std::int64_t start = std::max(received, freeAtUs_);
   if (answer.command == CmdWriteBlock) start += writeUs_;
   start += std::int64_t{out.fate.extraDelayMs} * 1000;

@@ -22,24 +22,24 @@ std::int64_t wireTimeUs(std::size_t bytes, std::uint32_t baud);
 
 // A reply waiting for its moment on the wire.
 struct OutgoingReply {
-  std::vector<std::uint8_t> bytes;  // garbage (if any) followed by the reply frame
+  std::vector<std::uint8_t> bytes; // garbage (if any) followed by the reply frame
   std::int64_t sendAtUs = 0;
-  std::uint32_t baud = 0;  // the speed it goes out at; lost if the host listens at another
+  std::uint32_t baud = 0; // the speed it goes out at; lost if the host listens at another
 };
 
 // What became of one request frame, for the caller and its log.
 struct RequestOutcome {
-  bool forMe = false;        // addressed to this device and not ignored
-  bool ignoredSilent = false;  // the device has fallen silent
-  bool finished = false;     // a finish was handled: time to write the flash out
-  bool hasReply = false;     // reply holds something to send
+  bool forMe = false;         // addressed to this device and not ignored
+  bool ignoredSilent = false; // the device has fallen silent
+  bool finished = false;      // a finish was handled: time to write the flash out
+  bool hasReply = false;      // reply holds something to send
   OutgoingReply reply;
   ReplyFate fate;
-  std::string text;  // one log line describing the request and what happened
+  std::string text; // one log line describing the request and what happened
 };
 
 class SimDevice {
- public:
+public:
   SimDevice(DeviceIdentity identity, std::uint32_t ownBaud, std::uint32_t writeMs, FaultPlan faults);
 
   // A complete request frame from the parser, taken while the line ran at baud.
@@ -48,9 +48,9 @@ class SimDevice {
   DeviceModel& model() { return model_; }
   std::uint32_t currentBaud() const { return model_.currentBaud(); }
 
- private:
+private:
   DeviceModel model_;
   FaultInjector faults_;
   std::int64_t writeUs_;
-  std::int64_t freeAtUs_ = 0;  // the device is busy with earlier work until then
+  std::int64_t freeAtUs_ = 0; // the device is busy with earlier work until then
 };

@@ -12,8 +12,8 @@ bool parseHexWord(const std::string& s, std::uint32_t& out) {
   std::uint32_t v = 0;
   for (char c : s) {
     if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
-    const int d = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
-                                                                : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10;
+    const int d =
+        std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10;
     v = v << 4 | static_cast<std::uint32_t>(d);
   }
   out = v;
@@ -32,7 +32,7 @@ bool parseDecimal(const std::string& s, std::uint32_t& out) {
   return true;
 }
 
-}  // namespace
+} // namespace
 
 bool parseIdentity(const std::string& text, DeviceIdentity& out) {
   std::string s = text;
@@ -73,8 +73,7 @@ bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& ex
   app.add_option("--drop-every", out.faults.dropEvery, "Do not send every Kth reply");
   app.add_option("--corrupt-reply", out.faults.corruptReply, "Send the Nth reply with a bad CRC");
   app.add_option("--late-reply", late, "N:MS - send the Nth reply MS milliseconds late");
-  app.add_option("--silent-after-writes", out.faults.silentAfterWrites,
-                 "After N write-blocks, ignore every request");
+  app.add_option("--silent-after-writes", out.faults.silentAfterWrites, "After N write-blocks, ignore every request");
   app.add_option("--garbage", garbage, "N[:R] - send N garbage bytes right before reply R (default 1)");
   app.add_flag("--verbose", out.verbose, "Log each request and reply on stderr");
 

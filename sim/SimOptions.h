@@ -7,10 +7,10 @@
 #include <string>
 
 struct SimOptions {
-  std::string link;  // symlink to create to the pty's slave; empty: none
+  std::string link; // symlink to create to the pty's slave; empty: none
   std::uint32_t baud = 115200;
   DeviceIdentity identity;
-  std::string dump;  // file to write the flash to; empty: none
+  std::string dump; // file to write the flash to; empty: none
   std::uint32_t writeMs = 1;
   FaultPlan faults;
   bool verbose = false;

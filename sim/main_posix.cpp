@@ -27,14 +27,14 @@ std::int64_t nowUs() {
 }
 
 class Log {
- public:
+public:
   explicit Log(bool on) : on_(on), startUs_(nowUs()) {}
   void line(const std::string& text) const {
     if (!on_) return;
     std::fprintf(stderr, "[%10.3f ms] %s\n", static_cast<double>(nowUs() - startUs_) / 1000.0, text.c_str());
   }
 
- private:
+private:
   bool on_;
   std::int64_t startUs_;
 };
@@ -86,8 +86,7 @@ void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const Log& log) 
     const OutgoingReply& r = pending.front();
     const std::uint32_t hostBaud = line.hostRxBaud();
     if (hostBaud != r.baud) {
-      log.line("reply lost: sent at " + std::to_string(r.baud) + " baud, host listens at " +
-               std::to_string(hostBaud));
+      log.line("reply lost: sent at " + std::to_string(r.baud) + " baud, host listens at " + std::to_string(hostBaud));
     } else {
       const std::size_t n = line.write(r.bytes.data(), r.bytes.size());
       log.line("sent " + std::to_string(n) + " of " + std::to_string(r.bytes.size()) + " bytes");
@@ -96,7 +95,7 @@ void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const Log& log) 
   }
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv) {
   SimOptions opt;
@@ -141,7 +140,9 @@ int main(int argc, char** argv) {
     if (ready <= 0) continue;
     if (!(pfd.revents & POLLIN)) {
       // Never expected while we hold the slave; do not spin if it happens.
-      struct timespec pause {0, 10 * 1000 * 1000};
+      struct timespec pause {
+        0, 10 * 1000 * 1000
+      };
       nanosleep(&pause, nullptr);
       continue;
     }

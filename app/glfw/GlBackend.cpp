@@ -21,7 +21,9 @@ void glBackendLoadFont(const void* fontData, int fontSize, float pixelSize) {
   nk_font_atlas* atlas = nullptr;
   nk_glfw3_font_stash_begin(&atlas);
   nk_font* font = nullptr;
-  if (fontData) font = nk_font_atlas_add_from_memory(atlas, const_cast<void*>(fontData), static_cast<nk_size>(fontSize), pixelSize, nullptr);
+  if (fontData)
+    font = nk_font_atlas_add_from_memory(atlas, const_cast<void*>(fontData), static_cast<nk_size>(fontSize), pixelSize,
+                                         nullptr);
   if (!font) font = nk_font_atlas_add_default(atlas, pixelSize, nullptr);
   nk_glfw3_font_stash_end();
   nk_style_set_font(&glfw.ctx, &font->handle);

@@ -25,6 +25,5 @@ bool runFrame(FramePump& pump, FrameFlags& flags) {
 
 void runFrameLoop(FramePump& pump) {
   FrameFlags flags;
-  while (runFrame(pump, flags)) {
-  }
+  while (runFrame(pump, flags)) {}
 }

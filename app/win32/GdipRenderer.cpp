@@ -96,8 +96,8 @@ nk_context* GdipRenderer::init(HWND hwnd, unsigned width, unsigned height) {
   GpStringFormat* typographic = nullptr;
   GdipStringFormatGetGenericTypographic(&typographic);
   GdipCloneStringFormat(typographic, &format);
-  GdipSetStringFormatFlags(format, StringFormatFlagsNoWrap | StringFormatFlagsMeasureTrailingSpaces |
-                                       StringFormatFlagsNoClip);
+  GdipSetStringFormatFlags(format,
+                           StringFormatFlagsNoWrap | StringFormatFlagsMeasureTrailingSpaces | StringFormatFlagsNoClip);
 
   nk_init_default(&ctx, nullptr);
   ctx.clip.copy = clipboardCopy;
@@ -162,8 +162,8 @@ float GdipRenderer::textWidth(const GdipFont& font, const char* text, int length
   if (wide.empty() || !font.font || !memoryGraphics) return 0.0f;
   RectF layout(0.0f, 0.0f, 0.0f, 0.0f); // no limit
   RectF bounds;
-  GdipMeasureString(memoryGraphics, wide.c_str(), static_cast<INT>(wide.size()), font.font, &layout, format,
-                    &bounds, nullptr, nullptr);
+  GdipMeasureString(memoryGraphics, wide.c_str(), static_cast<INT>(wide.size()), font.font, &layout, format, &bounds,
+                    nullptr, nullptr);
   return bounds.Width;
 }
 
@@ -187,38 +187,18 @@ bool GdipRenderer::handleKey(WPARAM key, bool down) {
   switch (key) {
   case VK_SHIFT:
   case VK_LSHIFT:
-  case VK_RSHIFT:
-    nk_input_key(&ctx, NK_KEY_SHIFT, down);
-    return true;
+  case VK_RSHIFT: nk_input_key(&ctx, NK_KEY_SHIFT, down); return true;
   case VK_CONTROL:
   case VK_LCONTROL:
-  case VK_RCONTROL:
-    nk_input_key(&ctx, NK_KEY_CTRL, down);
-    return true;
-  case VK_DELETE:
-    nk_input_key(&ctx, NK_KEY_DEL, down);
-    return true;
-  case VK_RETURN:
-    nk_input_key(&ctx, NK_KEY_ENTER, down);
-    return true;
-  case VK_TAB:
-    nk_input_key(&ctx, NK_KEY_TAB, down);
-    return true;
-  case VK_BACK:
-    nk_input_key(&ctx, NK_KEY_BACKSPACE, down);
-    return true;
-  case VK_UP:
-    nk_input_key(&ctx, NK_KEY_UP, down);
-    return true;
-  case VK_DOWN:
-    nk_input_key(&ctx, NK_KEY_DOWN, down);
-    return true;
-  case VK_LEFT:
-    nk_input_key(&ctx, control ? NK_KEY_TEXT_WORD_LEFT : NK_KEY_LEFT, down);
-    return true;
-  case VK_RIGHT:
-    nk_input_key(&ctx, control ? NK_KEY_TEXT_WORD_RIGHT : NK_KEY_RIGHT, down);
-    return true;
+  case VK_RCONTROL: nk_input_key(&ctx, NK_KEY_CTRL, down); return true;
+  case VK_DELETE: nk_input_key(&ctx, NK_KEY_DEL, down); return true;
+  case VK_RETURN: nk_input_key(&ctx, NK_KEY_ENTER, down); return true;
+  case VK_TAB: nk_input_key(&ctx, NK_KEY_TAB, down); return true;
+  case VK_BACK: nk_input_key(&ctx, NK_KEY_BACKSPACE, down); return true;
+  case VK_UP: nk_input_key(&ctx, NK_KEY_UP, down); return true;
+  case VK_DOWN: nk_input_key(&ctx, NK_KEY_DOWN, down); return true;
+  case VK_LEFT: nk_input_key(&ctx, control ? NK_KEY_TEXT_WORD_LEFT : NK_KEY_LEFT, down); return true;
+  case VK_RIGHT: nk_input_key(&ctx, control ? NK_KEY_TEXT_WORD_RIGHT : NK_KEY_RIGHT, down); return true;
   case VK_HOME:
     nk_input_key(&ctx, NK_KEY_TEXT_START, down);
     nk_input_key(&ctx, NK_KEY_SCROLL_START, down);
@@ -227,12 +207,8 @@ bool GdipRenderer::handleKey(WPARAM key, bool down) {
     nk_input_key(&ctx, NK_KEY_TEXT_END, down);
     nk_input_key(&ctx, NK_KEY_SCROLL_END, down);
     return true;
-  case VK_NEXT:
-    nk_input_key(&ctx, NK_KEY_SCROLL_DOWN, down);
-    return true;
-  case VK_PRIOR:
-    nk_input_key(&ctx, NK_KEY_SCROLL_UP, down);
-    return true;
+  case VK_NEXT: nk_input_key(&ctx, NK_KEY_SCROLL_DOWN, down); return true;
+  case VK_PRIOR: nk_input_key(&ctx, NK_KEY_SCROLL_UP, down); return true;
   case 'C':
     if (!control) return false;
     nk_input_key(&ctx, NK_KEY_COPY, down);
@@ -253,8 +229,7 @@ bool GdipRenderer::handleKey(WPARAM key, bool down) {
     if (!control) return false;
     nk_input_key(&ctx, NK_KEY_TEXT_REDO, down);
     return true;
-  default:
-    return false;
+  default: return false;
   }
 }
 
@@ -275,29 +250,21 @@ bool GdipRenderer::handleButton(HWND hwnd, UINT message, LPARAM lParam) {
   case WM_LBUTTONDBLCLK: // with CS_DBLCLKS the second press of a double click comes only as this
     change.doubleClick = true;
     break;
-  case WM_LBUTTONDOWN:
-    break;
-  case WM_LBUTTONUP:
-    change.down = false;
-    break;
+  case WM_LBUTTONDOWN: break;
+  case WM_LBUTTONUP: change.down = false; break;
   case WM_RBUTTONDOWN:
-  case WM_RBUTTONDBLCLK:
-    change.button = NK_BUTTON_RIGHT;
-    break;
+  case WM_RBUTTONDBLCLK: change.button = NK_BUTTON_RIGHT; break;
   case WM_RBUTTONUP:
     change.button = NK_BUTTON_RIGHT;
     change.down = false;
     break;
   case WM_MBUTTONDOWN:
-  case WM_MBUTTONDBLCLK:
-    change.button = NK_BUTTON_MIDDLE;
-    break;
+  case WM_MBUTTONDBLCLK: change.button = NK_BUTTON_MIDDLE; break;
   case WM_MBUTTONUP:
     change.button = NK_BUTTON_MIDDLE;
     change.down = false;
     break;
-  default:
-    return false;
+  default: return false;
   }
   // Keep the mouse while a button is held, so its release reaches us.
   if (change.down) {
@@ -330,23 +297,18 @@ bool GdipRenderer::handleEvent(HWND hwnd, UINT message, WPARAM wParam, LPARAM lP
     return true;
   }
   case WM_KEYDOWN:
-  case WM_SYSKEYDOWN:
-    return handleKey(wParam, true);
+  case WM_SYSKEYDOWN: return handleKey(wParam, true);
   case WM_KEYUP:
-  case WM_SYSKEYUP:
-    return handleKey(wParam, false);
+  case WM_SYSKEYUP: return handleKey(wParam, false);
   case WM_CHAR:
     if (wParam < 32) return false; // control characters come as keys
     nk_input_unicode(&ctx, static_cast<nk_rune>(wParam));
     return true;
-  case WM_MOUSEMOVE:
-    nk_input_motion(&ctx, GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
-    return true;
+  case WM_MOUSEMOVE: nk_input_motion(&ctx, GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)); return true;
   case WM_MOUSEWHEEL:
     nk_input_scroll(&ctx, nk_vec2(0.0f, static_cast<float>(GET_WHEEL_DELTA_WPARAM(wParam)) / WHEEL_DELTA));
     return true;
-  default:
-    return handleButton(hwnd, message, lParam);
+  default: return handleButton(hwnd, message, lParam);
   }
 }
 
@@ -373,8 +335,7 @@ void GdipRenderer::drawCommands() {
   const nk_command* cmd = nullptr;
   nk_foreach(cmd, &ctx) {
     switch (cmd->type) {
-    case NK_COMMAND_NOP:
-      break;
+    case NK_COMMAND_NOP: break;
     case NK_COMMAND_SCISSOR: {
       auto* c = reinterpret_cast<const nk_command_scissor*>(cmd);
       GdipSetClipRectI(g, c->x, c->y, c->w + 1, c->h + 1, CombineModeReplace);
@@ -491,7 +452,8 @@ void GdipRenderer::drawCommands() {
       auto* c = reinterpret_cast<const nk_command_polygon_filled*>(cmd);
       setBrush(c->color);
       std::vector<GpPoint> points = toPoints(c->points, c->point_count);
-      if (!points.empty()) GdipFillPolygonI(g, brush, points.data(), static_cast<INT>(points.size()), FillModeAlternate);
+      if (!points.empty())
+        GdipFillPolygonI(g, brush, points.data(), static_cast<INT>(points.size()), FillModeAlternate);
       break;
     }
     case NK_COMMAND_POLYLINE: {

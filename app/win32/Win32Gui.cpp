@@ -79,16 +79,10 @@ void handleDropFiles(HDROP drop) {
 
 LRESULT CALLBACK windowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
   switch (message) {
-  case WM_USER:
-    return 0;
-  case WM_DROPFILES:
-    handleDropFiles(reinterpret_cast<HDROP>(wParam));
-    return 0;
-  case WM_DESTROY:
-    PostQuitMessage(0);
-    return 0;
-  default:
-    break;
+  case WM_USER: return 0;
+  case WM_DROPFILES: handleDropFiles(reinterpret_cast<HDROP>(wParam)); return 0;
+  case WM_DESTROY: PostQuitMessage(0); return 0;
+  default: break;
   }
   if (renderer.handleEvent(hwnd, message, wParam, lParam)) return 0;
   return DefWindowProcW(hwnd, message, wParam, lParam);

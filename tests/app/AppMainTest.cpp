@@ -24,7 +24,7 @@ TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPath) {
   EXPECT_EQ(pathSeen, "first.alf");
   EXPECT_EQ(screensSeen, 1u);
   EXPECT_EQ(portsSeen, std::vector<std::string>{"COM4"}); // init listed the ports once
-  EXPECT_TRUE(app.screens.empty()); // the screen lived in appMain's frame
+  EXPECT_TRUE(app.screens.empty());                       // the screen lived in appMain's frame
 }
 
 TEST_F(ScreenTest, NoArgumentLeavesTheProgramPathEmpty) {

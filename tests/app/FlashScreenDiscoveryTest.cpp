@@ -52,7 +52,7 @@ TEST_F(ScreenTest, DiscoveryWalksTheBaudLadderThenShowsNotFound) {
   EXPECT_TRUE(h->shows("Open"));
   EXPECT_FALSE(h->shows("Devices are not found"));
   EXPECT_NE(app.session, nullptr); // the session stays open
-  h->click("Open"); // the start screen takes input again
+  h->click("Open");                // the start screen takes input again
   EXPECT_EQ(mode(), WaitDevices);
 }
 

@@ -27,7 +27,8 @@ std::string writeImage(std::uint32_t exeSize, std::uint32_t resSize) {
   put(4 + 32, exeSize);
   put(4 + 40, 0x08010000);
   put(4 + 44, resSize);
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   return path;
 }
 
@@ -82,9 +83,9 @@ TEST_F(FlushTest, FlushWritesEverySegmentBlockByBlockThenFinishes) {
     int command;
     std::uint32_t address;
   };
-  const std::vector<Expect> expected = {
-      {2, 0},          {1, 0x08004000}, {11, 0x08004000}, {1, 0x08004100}, {11, 0x08004100}, {1, 0x08004200},
-      {11, 0x08004200}, {1, 0x08010000}, {11, 0x08010000}, {1, 0x0803FE00}, {11, 0x0803FE00}, {18, 0}};
+  const std::vector<Expect> expected = {{2, 0},           {1, 0x08004000}, {11, 0x08004000}, {1, 0x08004100},
+                                        {11, 0x08004100}, {1, 0x08004200}, {11, 0x08004200}, {1, 0x08010000},
+                                        {11, 0x08010000}, {1, 0x0803FE00}, {11, 0x0803FE00}, {18, 0}};
   ASSERT_EQ(link().requests.size() - firstFlashRequest, expected.size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
     const SentRequest& r = link().requests[firstFlashRequest + i];
@@ -171,7 +172,7 @@ TEST_F(FlushTest, SeventhFailureRaisesDeviceNotResponseAndRetriesGoOn) {
 
 TEST_F(FlushTest, RetrySucceedingBehindThePopupFinishesTheFlash) {
   ASSERT_NO_FATAL_FAILURE(startFlush(300, 0)); // two program blocks and the header block
-  link().answer(0); // Start
+  link().answer(0);                            // Start
   h->frame();
   for (int i = 0; i < 7; ++i) {
     link().fail();

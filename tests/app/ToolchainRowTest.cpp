@@ -23,8 +23,9 @@ class ToolchainTest : public ScreenTest {
 protected:
   void SetUp() override {
     ScreenTest::SetUp();
-    root = fs::temp_directory_path() / ("qmload-toolchain-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                                        "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    root = fs::temp_directory_path() /
+           ("qmload-toolchain-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(root);
     fs::create_directories(root / "a" / "b");
     saved = fs::current_path();

@@ -22,7 +22,7 @@ TEST(Crc16, MatchesTheModbusCheckValue) {
 
 TEST(Frame, IdentifyRequestIsTwentyTwoZerosAndItsCrc) {
   std::uint8_t frame[kFrameMax];
-  FrameFields fields;  // broadcast, command 0, address 0, length 0
+  FrameFields fields; // broadcast, command 0, address 0, length 0
   ASSERT_EQ(encodeFrame(frame, fields, nullptr), 24u);
   for (int i = 0; i < 22; ++i) EXPECT_EQ(frame[i], 0) << "byte " << i;
   EXPECT_EQ(frame[22], 0x5B);
@@ -87,4 +87,4 @@ TEST(Frame, CrcCheckNeedsThreeBytesAndCoversAllButTheLastTwo) {
   EXPECT_FALSE(frameCrcOk(frame, 3));
 }
 
-}  // namespace
+} // namespace

@@ -14,15 +14,17 @@
 class PtyResponder {
 public:
   enum class Mode {
-    answer,             // a good reply: the request echoed with frameType 1 and our identity
-    silent,             // no reply
-    corrupt,            // a reply with a broken CRC
-    twoBytes,           // two stray bytes
-    answerThenGarbage,  // a good reply, then two stray bytes 40 ms later
-    splitAnswer,        // a good reply in two pieces, 20 ms apart
+    answer,            // a good reply: the request echoed with frameType 1 and our identity
+    silent,            // no reply
+    corrupt,           // a reply with a broken CRC
+    twoBytes,          // two stray bytes
+    answerThenGarbage, // a good reply, then two stray bytes 40 ms later
+    splitAnswer,       // a good reply in two pieces, 20 ms apart
   };
 
-  PtyResponder(PtyPair& pty, std::uint32_t baud) : baud(baud), pty_(pty) { thread_ = std::thread([this] { run(); }); }
+  PtyResponder(PtyPair& pty, std::uint32_t baud) : baud(baud), pty_(pty) {
+    thread_ = std::thread([this] { run(); });
+  }
   ~PtyResponder() {
     stop_.store(true);
     thread_.join();
@@ -45,7 +47,7 @@ private:
       pollfd p{pty_.master(), POLLIN, 0};
       const int ready = ::poll(&p, 1, 20);
       if (ready <= 0 || (p.revents & POLLIN) == 0) {
-        pending.clear();  // a pause ends whatever was not a frame
+        pending.clear(); // a pause ends whatever was not a frame
         continue;
       }
       std::uint8_t buf[512];
@@ -82,23 +84,23 @@ private:
     std::vector<std::uint8_t> reply(kFrameMax);
     reply.resize(encodeFrame(reply.data(), fields, nullptr));
     switch (mode.load()) {
-      case Mode::answer: pty_.send(reply); break;
-      case Mode::silent: break;
-      case Mode::corrupt:
-        reply.back() ^= 0x5A;
-        pty_.send(reply);
-        break;
-      case Mode::twoBytes: pty_.send(std::vector<std::uint8_t>{0x01, 0x02}); break;
-      case Mode::answerThenGarbage:
-        pty_.send(reply);
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
-        pty_.send(std::vector<std::uint8_t>{0xAA, 0xBB});
-        break;
-      case Mode::splitAnswer:
-        pty_.send(std::vector<std::uint8_t>(reply.begin(), reply.begin() + 10));
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        pty_.send(std::vector<std::uint8_t>(reply.begin() + 10, reply.end()));
-        break;
+    case Mode::answer: pty_.send(reply); break;
+    case Mode::silent: break;
+    case Mode::corrupt:
+      reply.back() ^= 0x5A;
+      pty_.send(reply);
+      break;
+    case Mode::twoBytes: pty_.send(std::vector<std::uint8_t>{0x01, 0x02}); break;
+    case Mode::answerThenGarbage:
+      pty_.send(reply);
+      std::this_thread::sleep_for(std::chrono::milliseconds(40));
+      pty_.send(std::vector<std::uint8_t>{0xAA, 0xBB});
+      break;
+    case Mode::splitAnswer:
+      pty_.send(std::vector<std::uint8_t>(reply.begin(), reply.begin() + 10));
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      pty_.send(std::vector<std::uint8_t>(reply.begin() + 10, reply.end()));
+      break;
     }
   }
 

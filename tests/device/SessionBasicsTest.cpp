@@ -17,10 +17,10 @@ TEST(SessionBasics, ANullPortSessionStaysClosedAndEndsPromptly) {
   EXPECT_FALSE(session->isOpen());
   EXPECT_FALSE(session->hasFailed());
   EXPECT_FALSE(session->isBusy());
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the worker is in its long sleep now
+  std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the worker is in its long sleep now
   const auto start = Clock::now();
   session.reset();
-  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1500));  // hang guard: one sleep at most
+  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1500)); // hang guard: one sleep at most
 }
 
 TEST(SessionBasics, APortThatWillNotOpenSetsFailed) {
@@ -47,7 +47,7 @@ TEST(SessionBasics, DataThatDoesNotFitAFrameIsRefused) {
   std::vector<std::uint8_t> data(300, 1);
   testing::internal::CaptureStdout();
   session.request(1, 2, 3, CmdWriteBlock, 0x08004000, data.data(), 300, 1000);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");  // nothing reached the port
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), ""); // nothing reached the port
   EXPECT_FALSE(session.isBusy());
   EXPECT_TRUE(session.hasFailed());
 }
@@ -75,4 +75,4 @@ TEST(SessionBasics, ReplyWordsAreLittleEndianIdFields) {
   EXPECT_EQ(session.replyWord(3), 0u);
 }
 
-}  // namespace
+} // namespace

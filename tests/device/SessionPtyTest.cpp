@@ -149,7 +149,7 @@ TEST_P(SessionFraming, AnUnansweredRequestTimesOutAfterItsTicks) {
   identify(*session, 50);
   ASSERT_TRUE(waitIdle(*session));
   EXPECT_TRUE(session->hasFailed());
-  EXPECT_GE(Clock::now() - start, milliseconds(50));  // each tick lasts at least 1 ms
+  EXPECT_GE(Clock::now() - start, milliseconds(50)); // each tick lasts at least 1 ms
   // A wake-up at 50, 40, 30, 20 and 10 ticks left, and one at the time-out.
   EXPECT_EQ(wakes.load(), 6);
   EXPECT_EQ(device.requests().size(), 1u);
@@ -160,7 +160,7 @@ TEST_P(SessionFraming, AnUnansweredRequestTimesOutAfterItsTicks) {
 TEST_P(SessionFraming, AReplyInTwoPiecesIsOneFrame) {
   device.mode.store(PtyResponder::Mode::splitAnswer);
   auto session = open(GetParam());
-  std::this_thread::sleep_for(milliseconds(1100));  // past the worker's first long sleep
+  std::this_thread::sleep_for(milliseconds(1100)); // past the worker's first long sleep
   const Printed p = identifyCapturing(*session, 500);
   ASSERT_TRUE(p.idle);
   EXPECT_FALSE(session->hasFailed());
@@ -179,13 +179,13 @@ TEST_P(SessionFraming, ACorruptReplyIsReportedOnceAndKeepsTheLastReply) {
   testing::internal::CaptureStdout();
   session->request(0x00c0ffee, 0x12345678, 0x9abcdef0, CmdCheckBlock, 0x08004000, nullptr, 256, 300);
   const bool idle = waitIdle(*session);
-  std::this_thread::sleep_for(milliseconds(50));  // room for a second message, if any
+  std::this_thread::sleep_for(milliseconds(50)); // room for a second message, if any
   const std::string out = testing::internal::GetCapturedStdout();
   ASSERT_TRUE(idle);
   EXPECT_TRUE(session->hasFailed());
   EXPECT_EQ(out, "CRC error!\n");
   EXPECT_EQ(session->replyLength, 24u);
-  EXPECT_EQ(decodeFields(session->reply.data()).command, CmdIdentify);  // still the identify answer
+  EXPECT_EQ(decodeFields(session->reply.data()).command, CmdIdentify); // still the identify answer
 }
 
 TEST_P(SessionFraming, ATwoByteReplyFailsSilently) {
@@ -203,7 +203,7 @@ TEST_P(SessionFraming, ATwoByteReplyFailsSilently) {
 TEST_P(SessionFraming, StrayBytesAfterTheAnswer) {
   device.mode.store(PtyResponder::Mode::answerThenGarbage);
   auto session = open(GetParam());
-  std::atomic<int> outcome{-1};  // busy/failed as the first wake-up saw them
+  std::atomic<int> outcome{-1}; // busy/failed as the first wake-up saw them
   std::atomic<long long> doneAt{0};
   DeviceSession* s = session.get();
   session->setWakeCallback([&outcome, &doneAt, s] {
@@ -212,7 +212,7 @@ TEST_P(SessionFraming, StrayBytesAfterTheAnswer) {
       doneAt.store(Clock::now().time_since_epoch().count());
     }
   });
-  std::this_thread::sleep_for(milliseconds(1100));  // past the worker's first long sleep
+  std::this_thread::sleep_for(milliseconds(1100)); // past the worker's first long sleep
   testing::internal::CaptureStdout();
   const auto start = Clock::now();
   identify(*session, 500);
@@ -223,13 +223,13 @@ TEST_P(SessionFraming, StrayBytesAfterTheAnswer) {
   const std::string out = testing::internal::GetCapturedStdout();
   session.reset();
   ASSERT_TRUE(idle);
-  const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
-      Clock::time_point(Clock::duration(doneAt.load())) - start);
+  const auto took =
+      std::chrono::duration_cast<std::chrono::microseconds>(Clock::time_point(Clock::duration(doneAt.load())) - start);
   std::printf("[ measure  ] %s framing: request to outcome %lld us\n",
               GetParam() == ReplyFraming::fast ? "fast" : "gap", static_cast<long long>(took.count()));
   if (GetParam() == ReplyFraming::fast) {
     EXPECT_EQ(outcome.load(), 0);
-    EXPECT_EQ(out, "");  // the two stray bytes later make a short frame: no message
+    EXPECT_EQ(out, ""); // the two stray bytes later make a short frame: no message
   } else {
     EXPECT_EQ(outcome.load(), 1);
     EXPECT_EQ(out, "CRC error!\n");
@@ -241,4 +241,4 @@ INSTANTIATE_TEST_SUITE_P(BothFramings, SessionFraming, testing::Values(ReplyFram
                            return info.param == ReplyFraming::fast ? std::string("fast") : std::string("gap");
                          });
 
-}  // namespace
+} // namespace

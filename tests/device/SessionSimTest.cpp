@@ -112,7 +112,7 @@ TEST(SessionSim, IdentifyStartWriteAndFinish) {
   session.request(id0, id1, id2, CmdCheckBlock, 0x08004000, nullptr, 256, 100);
   ASSERT_TRUE(waitIdle(session));
   ASSERT_FALSE(session.hasFailed());
-  EXPECT_EQ(session.replyWord(0), 1u);  // writable
+  EXPECT_EQ(session.replyWord(0), 1u); // writable
 
   std::vector<std::uint8_t> block(256);
   for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<std::uint8_t>(i ^ 0x5A);
@@ -142,4 +142,4 @@ TEST(SessionSim, IdentifyStartWriteAndFinish) {
   rmdir(dir.c_str());
 }
 
-}  // namespace
+} // namespace

@@ -30,9 +30,8 @@ public:
   bool writeFails = false;
   std::uint32_t words[3] = {0, 0, 0};
 
-  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command,
-               std::uint32_t address, const std::uint8_t* data, std::uint32_t length,
-               std::uint32_t timeout) override {
+  void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command, std::uint32_t address,
+               const std::uint8_t* data, std::uint32_t length, std::uint32_t timeout) override {
     Sent s{id0, id1, id2, command, address, length, timeout, data != nullptr, {}};
     if (data) s.data.assign(data, data + length);
     sent.push_back(s);
@@ -217,10 +216,14 @@ TEST(SequencerFlush, WholeSequenceBlocksAddressesAndTimeouts) {
   };
   const std::vector<Want> want = {
       {CmdStart, 0, 50},
-      {CmdCheckBlock, 0x08004000, 100}, {CmdWriteBlock, 0x08004000, 1000},
-      {CmdCheckBlock, 0x08004100, 100}, {CmdWriteBlock, 0x08004100, 1000},
-      {CmdCheckBlock, 0x08020000, 100}, {CmdWriteBlock, 0x08020000, 1000}, // size 0: still one block
-      {CmdCheckBlock, 0x0803FE00, 100}, {CmdWriteBlock, 0x0803FE00, 1000},
+      {CmdCheckBlock, 0x08004000, 100},
+      {CmdWriteBlock, 0x08004000, 1000},
+      {CmdCheckBlock, 0x08004100, 100},
+      {CmdWriteBlock, 0x08004100, 1000},
+      {CmdCheckBlock, 0x08020000, 100},
+      {CmdWriteBlock, 0x08020000, 1000}, // size 0: still one block
+      {CmdCheckBlock, 0x0803FE00, 100},
+      {CmdWriteBlock, 0x0803FE00, 1000},
       {CmdFinish, 0, 500},
   };
   ASSERT_EQ(link.sent.size(), want.size());
@@ -228,8 +231,10 @@ TEST(SequencerFlush, WholeSequenceBlocksAddressesAndTimeouts) {
     EXPECT_EQ(link.sent[i].command, want[i].command) << i;
     EXPECT_EQ(link.sent[i].address, want[i].address) << i;
     EXPECT_EQ(link.sent[i].timeout, want[i].timeout) << i;
-    EXPECT_EQ(link.sent[i].length, link.sent[i].command == CmdStart ? 364u
-                                   : link.sent[i].command == CmdFinish ? 0u : 256u) << i;
+    EXPECT_EQ(link.sent[i].length, link.sent[i].command == CmdStart    ? 364u
+                                   : link.sent[i].command == CmdFinish ? 0u
+                                                                       : 256u)
+        << i;
   }
   // Whole blocks: the partial second block of the program runs on into the resources.
   EXPECT_EQ(0, std::memcmp(link.sent[2].data.data(), img.area.data() + 64, 256));
@@ -406,7 +411,7 @@ TEST(SequencerFlush, CliTimeoutsFollowTheWireButNeverGoBelowTheScreens) {
   EXPECT_EQ(gui.timeoutFor(1, 0, 24), 1u);
   EXPECT_EQ(cli.timeoutFor(1000, 4, 280), 1000u);
   EXPECT_GT(cli.timeoutFor(1, 0, 24), cli.timeoutFor(1, 4, 24));
-  EXPECT_GE(cli.timeoutFor(1, 0, 24), 100u); // 50 ms of wire time at 9600
+  EXPECT_GE(cli.timeoutFor(1, 0, 24), 100u);         // 50 ms of wire time at 9600
   EXPECT_GE(cli.timeoutFor(100, 0, 280), 2u * 317u); // a write's wire time at 9600
 }
 

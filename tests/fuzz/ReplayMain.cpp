@@ -15,34 +15,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
 
 namespace {
 
-void runFile(const std::filesystem::path& path, int& count)
-{
-    std::ifstream in(path, std::ios::binary);
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::fprintf(stderr, "input %s (%zu bytes)\n", path.string().c_str(), bytes.size());
-    // A copy of exactly the input's size, so that reads past its end are caught.
-    std::vector<uint8_t> data(bytes.begin(), bytes.end());
-    LLVMFuzzerTestOneInput(data.empty() ? nullptr : data.data(), data.size());
-    ++count;
+void runFile(const std::filesystem::path& path, int& count) {
+  std::ifstream in(path, std::ios::binary);
+  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::fprintf(stderr, "input %s (%zu bytes)\n", path.string().c_str(), bytes.size());
+  // A copy of exactly the input's size, so that reads past its end are caught.
+  std::vector<uint8_t> data(bytes.begin(), bytes.end());
+  LLVMFuzzerTestOneInput(data.empty() ? nullptr : data.data(), data.size());
+  ++count;
 }
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    if (LLVMFuzzerInitialize != nullptr)
-        LLVMFuzzerInitialize(&argc, &argv);
-    int count = 0;
-    for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path path(argv[i]);
-        if (std::filesystem::is_directory(path)) {
-            for (const auto& entry : std::filesystem::directory_iterator(path))
-                if (entry.is_regular_file())
-                    runFile(entry.path(), count);
-        } else {
-            runFile(path, count);
-        }
+int main(int argc, char** argv) {
+  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
+  int count = 0;
+  for (int i = 1; i < argc; ++i) {
+    const std::filesystem::path path(argv[i]);
+    if (std::filesystem::is_directory(path)) {
+      for (const auto& entry : std::filesystem::directory_iterator(path))
+        if (entry.is_regular_file()) runFile(entry.path(), count);
+    } else {
+      runFile(path, count);
     }
-    std::fprintf(stderr, "%d inputs ran\n", count);
-    return count > 0 ? 0 : 1;
+  }
+  std::fprintf(stderr, "%d inputs ran\n", count);
+  return count > 0 ? 0 : 1;
 }

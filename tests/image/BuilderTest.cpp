@@ -6,52 +6,48 @@
 namespace {
 
 // A map with exeAddr 0x08004000 and exeSize 0x1A2C.
-std::string mapText(const std::string& textAddress = "0x08004000")
-{
-    return ".text " + textAddress + " 0x1a2c\n"
-           "0x08004101 __entryPoint__\n"
-           "0x080041a5 loop\n"
-           "0x08005000 ModbusHGroups_Table\n"
-           "0x08005100 ModbusIGroups_Table\n"
-           "0x08005200 ModbusRemoteRegTables\n" +
-           (textAddress == "0x08004000" ? std::string("0x08005a2c _etext\n") : std::string("0x00081a2c _etext\n")) +
-           ".bss 0x20000000 0x100\n";
+std::string mapText(const std::string& textAddress = "0x08004000") {
+  return ".text " + textAddress +
+         " 0x1a2c\n"
+         "0x08004101 __entryPoint__\n"
+         "0x080041a5 loop\n"
+         "0x08005000 ModbusHGroups_Table\n"
+         "0x08005100 ModbusIGroups_Table\n"
+         "0x08005200 ModbusRemoteRegTables\n" +
+         (textAddress == "0x08004000" ? std::string("0x08005a2c _etext\n") : std::string("0x00081a2c _etext\n")) +
+         ".bss 0x20000000 0x100\n";
 }
 
-std::string configTemplate()
-{
-    std::string cfg = pattern(64, 7);
-    uint8_t resAddr[4];
-    writeLe32(resAddr, 0x08036000);
-    cfg.replace(40, 4, reinterpret_cast<const char*>(resAddr), 4);
-    return cfg;
+std::string configTemplate() {
+  std::string cfg = pattern(64, 7);
+  uint8_t resAddr[4];
+  writeLe32(resAddr, 0x08036000);
+  cfg.replace(40, 4, reinterpret_cast<const char*>(resAddr), 4);
+  return cfg;
 }
 
 struct Inputs {
-    std::string dir = testFolder();
-    std::string map = dir + "__output__.map";
-    std::string cfg = dir + "test.cpp_CFG.bin";
-    std::string object = dir + "__target_out__.o";
-    std::string res = dir + "test.cpp_RES.bin";
-    std::string out = dir + "project.alf";
+  std::string dir = testFolder();
+  std::string map = dir + "__output__.map";
+  std::string cfg = dir + "test.cpp_CFG.bin";
+  std::string object = dir + "__target_out__.o";
+  std::string res = dir + "test.cpp_RES.bin";
+  std::string out = dir + "project.alf";
 
-    Inputs()
-    {
-        writeFile(map, mapText());
-        writeFile(cfg, configTemplate());
-        writeFile(object, pattern(0x6000, 11));
-        writeFile(res, pattern(777, 12));
-    }
+  Inputs() {
+    writeFile(map, mapText());
+    writeFile(cfg, configTemplate());
+    writeFile(object, pattern(0x6000, 11));
+    writeFile(res, pattern(777, 12));
+  }
 
-    bool build(std::string* console = nullptr)
-    {
-        startCapture();
-        const bool ok = buildAelf(map, cfg, object, res, out);
-        const std::string text = endCapture();
-        if (console)
-            *console = text;
-        return ok;
-    }
+  bool build(std::string* console = nullptr) {
+    startCapture();
+    const bool ok = buildAelf(map, cfg, object, res, out);
+    const std::string text = endCapture();
+    if (console) *console = text;
+    return ok;
+  }
 };
 
 const char* const successConsole =
@@ -61,137 +57,132 @@ const char* const successConsole =
 
 } // namespace
 
-TEST(Builder, ProgramBytesComeFromTheFlashOffset)
-{
-    Inputs in;
-    std::string console;
-    ASSERT_TRUE(in.build(&console));
-    EXPECT_EQ(console, (std::string(successConsole) + "AELF file '" + in.out + "' has been successfully created\n"));
+TEST(Builder, ProgramBytesComeFromTheFlashOffset) {
+  Inputs in;
+  std::string console;
+  ASSERT_TRUE(in.build(&console));
+  EXPECT_EQ(console, (std::string(successConsole) + "AELF file '" + in.out + "' has been successfully created\n"));
 
-    const std::string image = readFile(in.out);
-    ASSERT_EQ(image.size(), 4u + 64 + 0x1A2C + 777);
-    EXPECT_EQ(image.substr(0, 4), "AELF");
-    const uint8_t* header = reinterpret_cast<const uint8_t*>(image.data() + 4);
-    const std::string cfg = configTemplate();
-    EXPECT_EQ(readLe32(header + headerEntry), 0x08004101u);
-    EXPECT_EQ(readLe32(header + headerRemoteRegTables), 0x08005200u);
-    EXPECT_EQ(readLe32(header + headerExeAddr), 0x08004000u);
-    EXPECT_EQ(readLe32(header + headerExeSize), 0x1A2Cu);
-    EXPECT_EQ(readLe32(header + headerResSize), 777u);
-    EXPECT_EQ(image.substr(4 + 20, 8), cfg.substr(20, 8));
-    EXPECT_EQ(image.substr(4 + 36, 8), cfg.substr(36, 8)); // resAddr comes from the template
-    EXPECT_EQ(image.substr(4 + 48, 16), cfg.substr(48, 16));
-    EXPECT_EQ(image.substr(68, 0x1A2C), pattern(0x6000, 11).substr(0x4000, 0x1A2C));
-    EXPECT_EQ(image.substr(68 + 0x1A2C), pattern(777, 12));
+  const std::string image = readFile(in.out);
+  ASSERT_EQ(image.size(), 4u + 64 + 0x1A2C + 777);
+  EXPECT_EQ(image.substr(0, 4), "AELF");
+  const uint8_t* header = reinterpret_cast<const uint8_t*>(image.data() + 4);
+  const std::string cfg = configTemplate();
+  EXPECT_EQ(readLe32(header + headerEntry), 0x08004101u);
+  EXPECT_EQ(readLe32(header + headerRemoteRegTables), 0x08005200u);
+  EXPECT_EQ(readLe32(header + headerExeAddr), 0x08004000u);
+  EXPECT_EQ(readLe32(header + headerExeSize), 0x1A2Cu);
+  EXPECT_EQ(readLe32(header + headerResSize), 777u);
+  EXPECT_EQ(image.substr(4 + 20, 8), cfg.substr(20, 8));
+  EXPECT_EQ(image.substr(4 + 36, 8), cfg.substr(36, 8)); // resAddr comes from the template
+  EXPECT_EQ(image.substr(4 + 48, 16), cfg.substr(48, 16));
+  EXPECT_EQ(image.substr(68, 0x1A2C), pattern(0x6000, 11).substr(0x4000, 0x1A2C));
+  EXPECT_EQ(image.substr(68 + 0x1A2C), pattern(777, 12));
 
-    // The reader loads what the builder wrote.
-    AelfImage loaded;
-    ASSERT_EQ(readAelfImage(in.out, loaded), aelfOk);
-    EXPECT_EQ(loaded.segments[1].address, 0x08036000u);
-    EXPECT_EQ(loaded.segments[1].size, 777u);
+  // The reader loads what the builder wrote.
+  AelfImage loaded;
+  ASSERT_EQ(readAelfImage(in.out, loaded), aelfOk);
+  EXPECT_EQ(loaded.segments[1].address, 0x08036000u);
+  EXPECT_EQ(loaded.segments[1].size, 777u);
 }
 
-TEST(Builder, ReplacesAnEarlierOutput)
-{
-    Inputs in;
-    writeFile(in.out, "earlier image");
-    ASSERT_TRUE(in.build());
-    EXPECT_EQ(readFile(in.out).size(), 4u + 64 + 0x1A2C + 777);
-    EXPECT_FALSE(fileExists(in.out + ".part"));
+TEST(Builder, ReplacesAnEarlierOutput) {
+  Inputs in;
+  writeFile(in.out, "earlier image");
+  ASSERT_TRUE(in.build());
+  EXPECT_EQ(readFile(in.out).size(), 4u + 64 + 0x1A2C + 777);
+  EXPECT_FALSE(fileExists(in.out + ".part"));
 }
 
-TEST(Builder, EmptyResourceFile)
-{
-    Inputs in;
-    writeFile(in.res, "");
-    ASSERT_TRUE(in.build());
-    EXPECT_EQ(readFile(in.out).size(), 68u + 0x1A2C);
+TEST(Builder, EmptyResourceFile) {
+  Inputs in;
+  writeFile(in.res, "");
+  ASSERT_TRUE(in.build());
+  EXPECT_EQ(readFile(in.out).size(), 68u + 0x1A2C);
 }
 
-TEST(Builder, MissingInputsKeepAnEarlierOutput)
-{
-    struct Case {
-        std::string Inputs::*path;
-        std::string message; // the path printed follows
-        std::string Inputs::*printed;
-    };
-    const Case cases[] = {
-        {&Inputs::cfg, "Can't open cfg file '", &Inputs::map}, // the map's name, on purpose
-        {&Inputs::map, "map file not open ", &Inputs::map},
-        {&Inputs::res, "Can't open cfg file '", &Inputs::res},
-        {&Inputs::object, "Can't open elf file '", &Inputs::object},
-    };
-    for (const Case& c : cases) {
-        Inputs in;
-        writeFile(in.out, "earlier image");
-        std::filesystem::remove(in.*c.path);
-        std::string console;
-        EXPECT_FALSE(in.build(&console));
-        const std::string line = c.message + in.*c.printed + (c.message.back() == '\'' ? "'\n" : "\n");
-        EXPECT_NE(console.find((line)), std::string::npos) << console;
-        EXPECT_EQ(console.find("successfully"), std::string::npos);
-        EXPECT_EQ(readFile(in.out), "earlier image");
-    }
-}
-
-TEST(Builder, OutputThatCannotBeCreated)
-{
-    Inputs in;
-    in.out = in.dir + "no/such/folder/project.alf";
-    std::string console;
-    EXPECT_FALSE(in.build(&console));
-    EXPECT_EQ(console, (std::string(successConsole) + "Can't create output file '" + in.out + "'\n"));
-}
-
-TEST(Builder, ShortAndOversizedInputsAreRefused)
-{
-    {
-        Inputs in;
-        writeFile(in.out, "earlier image");
-        writeFile(in.cfg, configTemplate().substr(0, 63));
-        std::string console;
-        EXPECT_FALSE(in.build(&console));
-        EXPECT_EQ(console, ("cfg file '" + in.cfg + "' is shorter than 64 bytes\n"));
-        EXPECT_EQ(readFile(in.out), "earlier image");
-    }
-    {
-        Inputs in;
-        writeFile(in.out, "earlier image");
-        writeFile(in.object, pattern(0x4000 + 0x1A2B, 11)); // one byte short of the program's end
-        std::string console;
-        EXPECT_FALSE(in.build(&console));
-        EXPECT_NE(console.find(("elf file '" + in.object + "' ends at offset 0x5a2b, the program needs up to 0x5a2c\n")),
-                  std::string::npos) << console;
-        EXPECT_EQ(readFile(in.out), "earlier image");
-        EXPECT_FALSE(fileExists(in.out + ".part"));
-    }
-    {
-        // exeAddr below the flash base wraps to an offset near 4 GiB.
-        Inputs in;
-        writeFile(in.map, mapText("0x00080000"));
-        std::string console;
-        EXPECT_FALSE(in.build(&console));
-        EXPECT_NE(console.find("' ends at offset 0x6000, the program needs up to 0x"), std::string::npos) << console;
-        EXPECT_FALSE(fileExists(in.out));
-    }
-    {
-        Inputs in;
-        writeFile(in.res, pattern(0x48000 - 64 - 0x1A2C + 1, 3));
-        std::string console;
-        EXPECT_FALSE(in.build(&console));
-        EXPECT_NE(console.find(("AELF image too large: 294913 bytes of header, program and resources, at most 294912\n")),
-                  std::string::npos) << console;
-        EXPECT_FALSE(fileExists(in.out));
-    }
-}
-
-TEST(Builder, MapLineWithoutAddressIsAReportedFailure)
-{
+TEST(Builder, MissingInputsKeepAnEarlierOutput) {
+  struct Case {
+    std::string Inputs::*path;
+    std::string message; // the path printed follows
+    std::string Inputs::*printed;
+  };
+  const Case cases[] = {
+      {&Inputs::cfg, "Can't open cfg file '", &Inputs::map}, // the map's name, on purpose
+      {&Inputs::map, "map file not open ", &Inputs::map},
+      {&Inputs::res, "Can't open cfg file '", &Inputs::res},
+      {&Inputs::object, "Can't open elf file '", &Inputs::object},
+  };
+  for (const Case& c : cases) {
     Inputs in;
     writeFile(in.out, "earlier image");
-    writeFile(in.map, ".text 0x08004000\n.bss 0x20000000\n");
+    std::filesystem::remove(in.*c.path);
     std::string console;
     EXPECT_FALSE(in.build(&console));
-    EXPECT_EQ(console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
+    const std::string line = c.message + in.*c.printed + (c.message.back() == '\'' ? "'\n" : "\n");
+    EXPECT_NE(console.find((line)), std::string::npos) << console;
+    EXPECT_EQ(console.find("successfully"), std::string::npos);
     EXPECT_EQ(readFile(in.out), "earlier image");
+  }
+}
+
+TEST(Builder, OutputThatCannotBeCreated) {
+  Inputs in;
+  in.out = in.dir + "no/such/folder/project.alf";
+  std::string console;
+  EXPECT_FALSE(in.build(&console));
+  EXPECT_EQ(console, (std::string(successConsole) + "Can't create output file '" + in.out + "'\n"));
+}
+
+TEST(Builder, ShortAndOversizedInputsAreRefused) {
+  {
+    Inputs in;
+    writeFile(in.out, "earlier image");
+    writeFile(in.cfg, configTemplate().substr(0, 63));
+    std::string console;
+    EXPECT_FALSE(in.build(&console));
+    EXPECT_EQ(console, ("cfg file '" + in.cfg + "' is shorter than 64 bytes\n"));
+    EXPECT_EQ(readFile(in.out), "earlier image");
+  }
+  {
+    Inputs in;
+    writeFile(in.out, "earlier image");
+    writeFile(in.object, pattern(0x4000 + 0x1A2B, 11)); // one byte short of the program's end
+    std::string console;
+    EXPECT_FALSE(in.build(&console));
+    EXPECT_NE(console.find(("elf file '" + in.object + "' ends at offset 0x5a2b, the program needs up to 0x5a2c\n")),
+              std::string::npos)
+        << console;
+    EXPECT_EQ(readFile(in.out), "earlier image");
+    EXPECT_FALSE(fileExists(in.out + ".part"));
+  }
+  {
+    // exeAddr below the flash base wraps to an offset near 4 GiB.
+    Inputs in;
+    writeFile(in.map, mapText("0x00080000"));
+    std::string console;
+    EXPECT_FALSE(in.build(&console));
+    EXPECT_NE(console.find("' ends at offset 0x6000, the program needs up to 0x"), std::string::npos) << console;
+    EXPECT_FALSE(fileExists(in.out));
+  }
+  {
+    Inputs in;
+    writeFile(in.res, pattern(0x48000 - 64 - 0x1A2C + 1, 3));
+    std::string console;
+    EXPECT_FALSE(in.build(&console));
+    EXPECT_NE(console.find(("AELF image too large: 294913 bytes of header, program and resources, at most 294912\n")),
+              std::string::npos)
+        << console;
+    EXPECT_FALSE(fileExists(in.out));
+  }
+}
+
+TEST(Builder, MapLineWithoutAddressIsAReportedFailure) {
+  Inputs in;
+  writeFile(in.out, "earlier image");
+  writeFile(in.map, ".text 0x08004000\n.bss 0x20000000\n");
+  std::string console;
+  EXPECT_FALSE(in.build(&console));
+  EXPECT_EQ(console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
+  EXPECT_EQ(readFile(in.out), "earlier image");
 }

@@ -41,12 +41,12 @@ public:
     termios t{};
     if (tcgetattr(slave_, &t) != 0) return 0;
     switch (cfgetispeed(&t)) {
-      case B9600: return 9600;
-      case B19200: return 19200;
-      case B38400: return 38400;
-      case B115200: return 115200;
-      case B921600: return 921600;
-      default: return 0;
+    case B9600: return 9600;
+    case B19200: return 19200;
+    case B38400: return 38400;
+    case B115200: return 115200;
+    case B921600: return 921600;
+    default: return 0;
     }
   }
 

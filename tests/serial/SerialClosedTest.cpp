@@ -70,7 +70,8 @@ TEST(SerialClosed, RefusedLineSettingsPrintTheirTextWithoutTouchingThePort) {
     SerialPort port;
     testing::internal::CaptureStdout();
     EXPECT_FALSE(port.open(name, 9600, SerialPort::ParityNone, c.dataBits, c.stopBits));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.text) << int(c.dataBits) << " data bits, stop code " << c.stopBits;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.text)
+        << int(c.dataBits) << " data bits, stop code " << c.stopBits;
     EXPECT_FALSE(port.isOpen());
     EXPECT_EQ(port.portName(), name);
   }
@@ -91,4 +92,4 @@ TEST(SerialClosed, ListingReplacesTheCallersList) {
   EXPECT_EQ(port.findPort(), !list.empty());
 }
 
-}  // namespace
+} // namespace

@@ -34,7 +34,7 @@ TEST_F(SerialPty, ReadOnAnIdlePortReturnsZeroAtOnce) {
   std::uint8_t buffer[16];
   const auto start = Clock::now();
   EXPECT_EQ(port.read(buffer, sizeof buffer), 0u);
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));  // hang guard only
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)); // hang guard only
   EXPECT_EQ(port.available(), 0u);
 }
 
@@ -131,7 +131,7 @@ TEST_F(SerialPty, OpenAgainClosesFirstAndKeepsTheName) {
   EXPECT_TRUE(port.open(pty.slavePath(), 921600));
   EXPECT_EQ(pty.hostBaud(), 921600u);
   EXPECT_TRUE(port.open(pty.slavePath()));
-  EXPECT_EQ(pty.hostBaud(), 9600u);  // the stored default
+  EXPECT_EQ(pty.hostBaud(), 9600u); // the stored default
   EXPECT_EQ(port.portName(), pty.slavePath());
   port.close();
   EXPECT_FALSE(port.isOpen());
@@ -195,4 +195,4 @@ TEST(SerialPorts, SimulatorLinksAreListedAfterTheMachinesPorts) {
   rmdir(dir.c_str());
 }
 
-}  // namespace
+} // namespace

@@ -7,7 +7,7 @@
 
 namespace {
 
-const DeviceIdentity kMe{};  // 0x00c0ffee-12345678-9abcdef0
+const DeviceIdentity kMe{}; // 0x00c0ffee-12345678-9abcdef0
 
 DeviceAnswer send(DeviceModel& m, const std::vector<std::uint8_t>& frame) {
   return m.handle(frame.data(), frame.size());
@@ -17,8 +17,8 @@ TEST(SimDeviceModel, IdentifyBroadcastGetsTheIdentity) {
   DeviceModel m;
   const DeviceAnswer a = send(m, request(CmdIdentify, broadcastIds(), 0, 0));
   ASSERT_TRUE(a.answered);
-  const std::vector<std::uint8_t> expected = {0x01, 0xee, 0xff, 0xc0, 0x00, 0x78, 0x56, 0x34, 0x12, 0xf0, 0xde, 0xbc,
-                                              0x9a, 0x00, 0,    0,    0,    0,    0,    0,    0,    0};
+  const std::vector<std::uint8_t> expected = {0x01, 0xee, 0xff, 0xc0, 0x00, 0x78, 0x56, 0x34, 0x12, 0xf0, 0xde,
+                                              0xbc, 0x9a, 0x00, 0,    0,    0,    0,    0,    0,    0,    0};
   ASSERT_EQ(a.reply.size(), 24u);
   EXPECT_EQ(std::vector<std::uint8_t>(a.reply.begin(), a.reply.begin() + 22), expected);
   EXPECT_TRUE(frameCrcOk(a.reply.data(), a.reply.size()));
@@ -48,7 +48,7 @@ TEST(SimDeviceModel, IgnoresBadCrcRepliesAndUnknownCommands) {
   EXPECT_FALSE(send(m, bad).answered);
 
   FrameFields f;
-  f.frameType = 1;  // a reply, e.g. another device's, is not a request
+  f.frameType = 1; // a reply, e.g. another device's, is not a request
   std::vector<std::uint8_t> reply(kFrameMax);
   reply.resize(encodeFrame(reply.data(), f, nullptr));
   EXPECT_FALSE(send(m, reply).answered);
@@ -63,16 +63,16 @@ TEST(SimDeviceModel, CheckBlockTellsWhetherTheBlockIsWritable) {
     std::uint32_t address;
     std::uint32_t id0;
   } cases[] = {
-      {0x08000000, 0},  // bootloader
-      {0x08003F00, 0},  // last bootloader block
-      {0x08003F80, 0},  // straddles the bootloader's end
-      {0x08004000, 1},  // first application block
-      {0x0803FE00, 1},  // the header block of an image
-      {0x0803FF00, 1},  // last block of flash
-      {0x0803FF80, 0},  // runs past the end of flash
-      {0x08040000, 0},  // outside flash
-      {0x20000000, 0},  // RAM
-      {0xFFFFFF80, 0},  // wraps around the address space
+      {0x08000000, 0}, // bootloader
+      {0x08003F00, 0}, // last bootloader block
+      {0x08003F80, 0}, // straddles the bootloader's end
+      {0x08004000, 1}, // first application block
+      {0x0803FE00, 1}, // the header block of an image
+      {0x0803FF00, 1}, // last block of flash
+      {0x0803FF80, 0}, // runs past the end of flash
+      {0x08040000, 0}, // outside flash
+      {0x20000000, 0}, // RAM
+      {0xFFFFFF80, 0}, // wraps around the address space
   };
   for (const Case& c : cases) {
     const DeviceAnswer a = send(m, request(CmdCheckBlock, kMe, c.address, 256));
@@ -93,7 +93,7 @@ TEST(SimDeviceModel, WritesLandInWritableFlashOnly) {
   const auto data = pattern(256, 3);
   const DeviceAnswer w = send(m, request(CmdWriteBlock, kMe, 0x08004100, 256, data.data()));
   ASSERT_TRUE(w.answered);
-  EXPECT_EQ(w.reply.size(), 24u);  // the reply echoes the length but carries no data
+  EXPECT_EQ(w.reply.size(), 24u); // the reply echoes the length but carries no data
   EXPECT_EQ(decodeFields(w.reply.data()).length, 256u);
   EXPECT_TRUE(std::equal(data.begin(), data.end(), m.flash().begin() + 0x4100));
 
@@ -120,7 +120,7 @@ TEST(SimDeviceModel, StartErasesTheApplicationAreaAndSwitchesToTransferSpeed) {
   EXPECT_EQ(s.nextBaud, 921600u);
   EXPECT_EQ(decodeFields(s.reply.data()).length, 0x1234u);
   EXPECT_EQ(m.flash(), std::vector<std::uint8_t>(kFlashSize, 0xFF));
-  EXPECT_EQ(m.currentBaud(), 115200u);  // the caller applies the switch
+  EXPECT_EQ(m.currentBaud(), 115200u); // the caller applies the switch
 }
 
 TEST(SimDeviceModel, FinishCompletesAndReturnsToOwnSpeed) {
@@ -146,4 +146,4 @@ TEST(SimDeviceModel, BlockAndSegmentCommandsAreAcknowledged) {
   EXPECT_EQ(m.flash(), std::vector<std::uint8_t>(kFlashSize, 0xFF));
 }
 
-}  // namespace
+} // namespace

@@ -23,8 +23,7 @@ std::vector<std::uint8_t> join(std::initializer_list<std::vector<std::uint8_t>> 
 TEST(SimRequestParser, FindsFramesSplitAtEveryByte) {
   const auto data = pattern(256, 1);
   const auto stream = join({request(CmdIdentify, broadcastIds(), 0, 0),
-                            request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()),
-                            request(CmdFinish, kMe, 0, 0)});
+                            request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()), request(CmdFinish, kMe, 0, 0)});
   RequestParser p;
   std::vector<ParsedFrame> got;
   for (std::size_t i = 0; i < stream.size(); ++i) {
@@ -42,7 +41,8 @@ TEST(SimRequestParser, FindsFramesSplitAtEveryByte) {
 }
 
 TEST(SimRequestParser, SeveralFramesInOneChunk) {
-  const auto stream = join({request(CmdCheckBlock, kMe, 0x08004000, 256), request(CmdCheckBlock, kMe, 0x08004100, 256)});
+  const auto stream =
+      join({request(CmdCheckBlock, kMe, 0x08004000, 256), request(CmdCheckBlock, kMe, 0x08004100, 256)});
   RequestParser p;
   const auto got = feed(p, stream, 7);
   ASSERT_EQ(got.size(), 2u);
@@ -54,8 +54,11 @@ TEST(SimRequestParser, ResynchronisesAfterGarbageAndBadFrames) {
   auto bad = request(CmdIdentify, broadcastIds(), 0, 0);
   bad[5] ^= 0x40;
   const auto data = pattern(256, 77);
-  const auto stream = join({{0x55, 0x0b, 0xff, 0x00, 0x13}, bad, request(CmdStart, kMe, 0, 4096),
-                            {0x01, 0x02}, request(CmdWriteBlock, kMe, 0x08004000, 256, data.data())});
+  const auto stream = join({{0x55, 0x0b, 0xff, 0x00, 0x13},
+                            bad,
+                            request(CmdStart, kMe, 0, 4096),
+                            {0x01, 0x02},
+                            request(CmdWriteBlock, kMe, 0x08004000, 256, data.data())});
   RequestParser p;
   const auto got = feed(p, stream, 0);
   ASSERT_EQ(got.size(), 2u);
@@ -69,7 +72,7 @@ TEST(SimRequestParser, DropsAPartialFrameAfterSilence) {
   RequestParser p;
   EXPECT_TRUE(p.feed(frame.data(), 10, 0, kSilence).empty());
   EXPECT_TRUE(p.feed(frame.data() + 10, 14, kSilence + 1, kSilence).empty());
-  EXPECT_EQ(p.pending(), 14u);  // only the tail, which does not check, remains
+  EXPECT_EQ(p.pending(), 14u); // only the tail, which does not check, remains
   // The next whole frame still gets through (the stale tail is dropped for silence).
   const auto got = feed(p, frame, 3 * kSilence);
   ASSERT_EQ(got.size(), 1u);
@@ -98,8 +101,9 @@ TEST(SimRequestParser, HoldsBoundedMemoryOnEndlessGarbage) {
     EXPECT_LE(p.pending(), kFrameMax);
   }
   // And it still finds a frame afterwards.
-  const auto got = feed(p, join({request(CmdIdentify, broadcastIds(), 0, 0), request(CmdIdentify, broadcastIds(), 0, 0)}), 10);
+  const auto got =
+      feed(p, join({request(CmdIdentify, broadcastIds(), 0, 0), request(CmdIdentify, broadcastIds(), 0, 0)}), 10);
   EXPECT_GE(got.size(), 1u);
 }
 
-}  // namespace
+} // namespace

@@ -24,7 +24,7 @@ RequestOutcome identify(SimDevice& d, std::uint32_t baud = 115200, std::int64_t 
 
 TEST(SimDeviceLine, WireTimeIsTenBitsPerByte) {
   EXPECT_EQ(wireTimeUs(24, 9600), 25000);
-  EXPECT_EQ(wireTimeUs(24, 115200), 2084);  // 2083.3, rounded up
+  EXPECT_EQ(wireTimeUs(24, 115200), 2084); // 2083.3, rounded up
   EXPECT_EQ(wireTimeUs(280, 921600), 3039);
   EXPECT_EQ(wireTimeUs(0, 9600), 0);
 }
@@ -39,11 +39,10 @@ TEST(SimDeviceLine, RepliesLeaveAfterRequestWireProcessingAndReplyWire) {
   // Start at 115200, then a write at 921600 that costs the write time.
   const RequestOutcome s = d.onFrame(at(request(CmdStart, kMe, 0, 512), 2000000), 115200);
   ASSERT_TRUE(s.hasReply);
-  EXPECT_EQ(s.reply.baud, 115200u);  // the start reply still goes out at the old speed
+  EXPECT_EQ(s.reply.baud, 115200u); // the start reply still goes out at the old speed
   EXPECT_EQ(d.currentBaud(), 921600u);
   const auto data = pattern(256, 1);
-  const RequestOutcome w =
-      d.onFrame(at(request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()), 3000000), 921600);
+  const RequestOutcome w = d.onFrame(at(request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()), 3000000), 921600);
   ASSERT_TRUE(w.hasReply);
   EXPECT_EQ(w.reply.sendAtUs, 3000000 + wireTimeUs(280, 921600) + 3000 + wireTimeUs(24, 921600));
 }
@@ -51,7 +50,7 @@ TEST(SimDeviceLine, RepliesLeaveAfterRequestWireProcessingAndReplyWire) {
 TEST(SimDeviceLine, BytesThatCameLateCountFromTheirRealArrival) {
   SimDevice d(kMe, 115200, 0, FaultPlan{});
   ParsedFrame f = at(request(CmdIdentify, broadcastIds(), 0, 0), 0);
-  f.lastByteUs = 50000;  // the host wrote the frame in two pieces, 50 ms apart
+  f.lastByteUs = 50000; // the host wrote the frame in two pieces, 50 ms apart
   const RequestOutcome o = d.onFrame(f, 115200);
   EXPECT_EQ(o.reply.sendAtUs, 50000 + wireTimeUs(24, 115200));
 }
@@ -59,7 +58,7 @@ TEST(SimDeviceLine, BytesThatCameLateCountFromTheirRealArrival) {
 TEST(SimDeviceLine, OneRequestAtATime) {
   SimDevice d(kMe, 115200, 0, FaultPlan{});
   const RequestOutcome a = identify(d, 115200, 0);
-  const RequestOutcome b = identify(d, 115200, 0);  // arrived together with the first
+  const RequestOutcome b = identify(d, 115200, 0); // arrived together with the first
   EXPECT_EQ(b.reply.sendAtUs, a.reply.sendAtUs + wireTimeUs(24, 115200));
 }
 
@@ -102,12 +101,12 @@ TEST(SimDeviceFaults, ADroppedStartReplyLeavesTheSpeedButTheFlashErased) {
   p.dropReply = 2;
   SimDevice d(kMe, 115200, 0, p);
   const auto data = pattern(256, 5);
-  d.onFrame(at(request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()), 0), 115200);  // reply 1
-  const RequestOutcome s = d.onFrame(at(request(CmdStart, kMe, 0, 256), 0), 115200);     // reply 2
+  d.onFrame(at(request(CmdWriteBlock, kMe, 0x08004000, 256, data.data()), 0), 115200); // reply 1
+  const RequestOutcome s = d.onFrame(at(request(CmdStart, kMe, 0, 256), 0), 115200);   // reply 2
   EXPECT_TRUE(s.fate.dropped);
   EXPECT_EQ(d.currentBaud(), 115200u);
   EXPECT_EQ(d.model().flash()[0x4000], 0xFF);
-  d.onFrame(at(request(CmdStart, kMe, 0, 256), 0), 115200);  // the host's retry
+  d.onFrame(at(request(CmdStart, kMe, 0, 256), 0), 115200); // the host's retry
   EXPECT_EQ(d.currentBaud(), 921600u);
 }
 
@@ -120,7 +119,7 @@ TEST(SimDeviceFaults, CorruptsTheCrcOfTheNthReplyOnly) {
     ASSERT_TRUE(o.hasReply);
     ASSERT_EQ(o.reply.bytes.size(), 24u);
     EXPECT_EQ(frameCrcOk(o.reply.bytes.data(), 24), i != 2) << i;
-    EXPECT_EQ(o.reply.bytes[1], 0xee);  // the frame itself is intact
+    EXPECT_EQ(o.reply.bytes[1], 0xee); // the frame itself is intact
   }
 }
 
@@ -161,10 +160,10 @@ TEST(SimDeviceFaults, GarbageGoesOutJustBeforeTheChosenReply) {
   EXPECT_EQ(identify(d).reply.bytes.size(), 24u);
   const RequestOutcome o = identify(d, 115200, 1000000);
   ASSERT_EQ(o.reply.bytes.size(), 29u);
-  EXPECT_FALSE(frameCrcOk(o.reply.bytes.data(), 29));         // the host sees one spoilt frame
-  EXPECT_TRUE(frameCrcOk(o.reply.bytes.data() + 5, 24));      // with the real reply at its end
+  EXPECT_FALSE(frameCrcOk(o.reply.bytes.data(), 29));    // the host sees one spoilt frame
+  EXPECT_TRUE(frameCrcOk(o.reply.bytes.data() + 5, 24)); // with the real reply at its end
   EXPECT_EQ(o.reply.sendAtUs, 1000000 + wireTimeUs(24, 115200) + wireTimeUs(29, 115200));
   EXPECT_EQ(identify(d).reply.bytes.size(), 24u);
 }
 
-}  // namespace
+} // namespace

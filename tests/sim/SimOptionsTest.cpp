@@ -24,9 +24,29 @@ TEST(SimOptions, Identity) {
 TEST(SimOptions, AllFlags) {
   SimOptions o;
   int code = -1;
-  ASSERT_TRUE(parse({"--link", "/tmp/x", "--baud", "9600", "--id", "0x1-2-3", "--dump", "d.bin", "--write-ms", "0",
-                     "--drop-reply", "3", "--drop-every", "4", "--corrupt-reply", "5", "--late-reply", "6:250",
-                     "--silent-after-writes", "7", "--garbage", "8:9", "--verbose"},
+  ASSERT_TRUE(parse({"--link",
+                     "/tmp/x",
+                     "--baud",
+                     "9600",
+                     "--id",
+                     "0x1-2-3",
+                     "--dump",
+                     "d.bin",
+                     "--write-ms",
+                     "0",
+                     "--drop-reply",
+                     "3",
+                     "--drop-every",
+                     "4",
+                     "--corrupt-reply",
+                     "5",
+                     "--late-reply",
+                     "6:250",
+                     "--silent-after-writes",
+                     "7",
+                     "--garbage",
+                     "8:9",
+                     "--verbose"},
                     o, code));
   EXPECT_EQ(o.link, "/tmp/x");
   EXPECT_EQ(o.baud, 9600u);
@@ -55,8 +75,12 @@ TEST(SimOptions, DefaultsAndErrors) {
   EXPECT_EQ(o.faults.garbageBefore, 1u);
   EXPECT_FALSE(o.verbose);
 
-  for (std::vector<const char*> bad : {std::vector<const char*>{"--id", "nope"}, {"--late-reply", "5"},
-                                       {"--late-reply", "5:x"}, {"--baud", "0"}, {"--bogus"}, {"--garbage", "999999"}}) {
+  for (std::vector<const char*> bad : {std::vector<const char*>{"--id", "nope"},
+                                       {"--late-reply", "5"},
+                                       {"--late-reply", "5:x"},
+                                       {"--baud", "0"},
+                                       {"--bogus"},
+                                       {"--garbage", "999999"}}) {
     SimOptions b;
     code = 0;
     EXPECT_FALSE(parse(bad, b, code)) << bad[0];
@@ -64,4 +88,4 @@ TEST(SimOptions, DefaultsAndErrors) {
   }
 }
 
-}  // namespace
+} // namespace

@@ -37,7 +37,9 @@ std::vector<std::uint8_t> readFor(int fd, std::size_t want, int timeoutMs) {
   while (got.size() < want) {
     const std::int64_t left = end - msNow();
     if (left <= 0) break;
-    struct pollfd p {fd, POLLIN, 0};
+    struct pollfd p {
+      fd, POLLIN, 0
+    };
     if (poll(&p, 1, static_cast<int>(left)) <= 0) continue;
     std::uint8_t buf[512];
     const ssize_t n = read(fd, buf, sizeof buf);
@@ -49,7 +51,7 @@ std::vector<std::uint8_t> readFor(int fd, std::size_t want, int timeoutMs) {
 
 // One running simulator, stopped with SIGTERM (or killed) at the end.
 class Sim {
- public:
+public:
   explicit Sim(std::vector<std::string> args) {
     int out[2], err[2];
     if (pipe(out) != 0 || pipe(err) != 0) return;
@@ -115,7 +117,7 @@ class Sim {
     return s;
   }
 
- private:
+private:
   pid_t pid_ = -1;
   int out_ = -1;
   int err_ = -1;
@@ -123,7 +125,7 @@ class Sim {
 
 // A host's serial port: the pty slave through the link, raw 8N1.
 class HostPort {
- public:
+public:
   HostPort(const std::string& path, speed_t speed) {
     fd_ = open(path.c_str(), O_RDWR | O_NOCTTY);
     if (fd_ >= 0) setSpeed(speed);
@@ -149,12 +151,12 @@ class HostPort {
     return readFor(fd_, want, timeoutMs);
   }
 
- private:
+private:
   int fd_ = -1;
 };
 
 class SimPty : public ::testing::Test {
- protected:
+protected:
   void SetUp() override {
     char tmpl[] = "/tmp/qmload-sim-test-XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
@@ -208,7 +210,7 @@ TEST_F(SimPty, AnswersAtItsBaudOnlyAndCleansUpOnSigterm) {
   std::ifstream f(dump_, std::ios::binary);
   const std::vector<char> dump((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
   EXPECT_EQ(dump.size(), std::size_t{kFlashSize});
-  EXPECT_TRUE(sim.stderrText().empty());  // quiet without --verbose
+  EXPECT_TRUE(sim.stderrText().empty()); // quiet without --verbose
 }
 
 TEST_F(SimPty, AFlashOverThePtyEndsUpInTheDump) {
@@ -322,7 +324,7 @@ TEST_F(SimPty, SurvivesGarbagePartialFramesAndHostsThatLeave) {
   usleep(300000);
   HostPort port(link_, B115200);
   ASSERT_TRUE(port.ok());
-  tcflush(port.fd(), TCIFLUSH);  // what the host left behind
+  tcflush(port.fd(), TCIFLUSH); // what the host left behind
   std::vector<std::uint8_t> junk(5000);
   for (std::size_t i = 0; i < junk.size(); ++i) junk[i] = static_cast<std::uint8_t>(i * 37 + (i >> 3));
   EXPECT_TRUE(port.transact(junk, 100).empty());
@@ -340,4 +342,4 @@ TEST_F(SimPty, RefusesToReplaceAFile) {
   EXPECT_TRUE(exists(link_));
 }
 
-}  // namespace
+} // namespace

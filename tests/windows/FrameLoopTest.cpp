@@ -51,7 +51,7 @@ TEST(FrameLoop, FirstFrameIsDrawnWithoutWaitingThenTheLoopBlocks) {
   ScriptedPump pump;
   // After the first frame the loop waits; the wait ends with WM_QUIT (0).
   runFrameLoop(pump);
-  EXPECT_EQ(pump.log, "BED"   // first frame at once
+  EXPECT_EQ(pump.log, "BED"    // first frame at once
                       "BWED"); // blocked, then the last frame for the quit
 }
 
@@ -60,10 +60,10 @@ TEST(FrameLoop, AFrameThatHandledInputIsFollowedByOneMoreWithoutWaiting) {
   pump.queued = 2; // two messages waiting when the loop starts
   pump.waitResults = {1};
   runFrameLoop(pump);
-  EXPECT_EQ(pump.log, "BPPED" // first frame drains both
-                      "BED"   // input was handled: one more frame at once
-                      "BWED"  // settled: block; a message wakes it
-                      "BED"   // the woken frame handled input: one more
+  EXPECT_EQ(pump.log, "BPPED"  // first frame drains both
+                      "BED"    // input was handled: one more frame at once
+                      "BWED"   // settled: block; a message wakes it
+                      "BED"    // the woken frame handled input: one more
                       "BWED"); // block again; WM_QUIT ends the loop after its frame
 }
 
@@ -71,7 +71,12 @@ TEST(FrameLoop, AWakeUpDrawsTwoFramesThenBlocksAgain) {
   ScriptedPump pump;
   pump.waitResults = {1, 1, 0}; // two wake-ups (WM_USER), then the window closes
   runFrameLoop(pump);
-  EXPECT_EQ(pump.log, "BED" "BWED" "BED" "BWED" "BED" "BWED");
+  EXPECT_EQ(pump.log, "BED"
+                      "BWED"
+                      "BED"
+                      "BWED"
+                      "BED"
+                      "BWED");
 }
 
 TEST(FrameLoop, QuitFoundWhileDrainingEndsTheLoopAfterThatFrame) {
@@ -80,14 +85,16 @@ TEST(FrameLoop, QuitFoundWhileDrainingEndsTheLoopAfterThatFrame) {
   pump.arrivals = {3}; // the wake-up brings three more, the second is WM_QUIT
   pump.quitAt = 1;
   runFrameLoop(pump);
-  EXPECT_EQ(pump.log, "BED" "BWPQPED");
+  EXPECT_EQ(pump.log, "BED"
+                      "BWPQPED");
 }
 
 TEST(FrameLoop, AFailedWaitEndsTheLoopAfterOneMoreFrame) {
   ScriptedPump pump;
   pump.waitResults = {-1};
   runFrameLoop(pump);
-  EXPECT_EQ(pump.log, "BED" "BWED");
+  EXPECT_EQ(pump.log, "BED"
+                      "BWED");
 }
 
 TEST(FrameLoop, FlagsAfterEachKindOfIteration) {

@@ -43,9 +43,7 @@ HDROP makeWideDrop(const std::vector<std::wstring>& names) {
   return static_cast<HDROP>(memory);
 }
 
-LRESULT drop(HDROP handle) {
-  return windowProc(nullptr, WM_DROPFILES, reinterpret_cast<WPARAM>(handle), 0);
-}
+LRESULT drop(HDROP handle) { return windowProc(nullptr, WM_DROPFILES, reinterpret_cast<WPARAM>(handle), 0); }
 
 } // namespace
 
