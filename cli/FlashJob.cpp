@@ -6,7 +6,7 @@
 #include <memory>
 #include <mutex>
 
-#include "cli/CheckedLink.h"
+#include "device/CheckedLink.h"
 #include "device/FlashSequencer.h"
 
 namespace {

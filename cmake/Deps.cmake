@@ -22,7 +22,11 @@ if(QMLOAD_TESTS)
     # start Wine's prefix and server now so that it finds them warm.
     execute_process(COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} --warm-up RESULT_VARIABLE qmload_wine_rc)
     if(NOT qmload_wine_rc EQUAL 0)
-      message(WARNING "Wine could not be prepared; the tests of this build will not run")
+      # Under CI a missing Wine must stop the run, not leave the Windows tests out.
+      if("$ENV{CI}" STREQUAL "true")
+        message(FATAL_ERROR "Wine could not be prepared (install it with: bash scripts/setup.sh)")
+      endif()
+      message(WARNING "Wine could not be prepared (install it with: bash scripts/setup.sh); the tests of this build will fail")
     endif()
   endif()
 endif()

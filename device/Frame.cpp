@@ -25,18 +25,6 @@ std::uint16_t crc16Of(const std::uint8_t* data, std::size_t count) {
   return crc;
 }
 
-std::uint32_t readLe32(const std::uint8_t* p) {
-  return static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
-         static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
-}
-
-void writeLe32(std::uint8_t* p, std::uint32_t value) {
-  p[0] = static_cast<std::uint8_t>(value);
-  p[1] = static_cast<std::uint8_t>(value >> 8);
-  p[2] = static_cast<std::uint8_t>(value >> 16);
-  p[3] = static_cast<std::uint8_t>(value >> 24);
-}
-
 std::size_t encodeFrame(std::uint8_t* out, const FrameFields& fields, const std::uint8_t* data) {
   const bool withData = data != nullptr && fields.length != 0;
   if (withData && fields.length > kFrameDataMax) return 0;

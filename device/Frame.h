@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/Bytes.h"
+
 constexpr std::size_t kFrameMax = 280;
 constexpr std::size_t kFrameHeader = 22;
 constexpr std::size_t kFrameDataMax = kFrameMax - kFrameHeader - 2;
@@ -46,9 +48,6 @@ std::uint16_t crc16Update(std::uint16_t crc, std::uint8_t byte);
 // Writes the CRC of count bytes into out; count 0 gives 0xFFFF.
 void crc16(std::uint16_t& out, const std::uint8_t* data, std::size_t count);
 std::uint16_t crc16Of(const std::uint8_t* data, std::size_t count);
-
-std::uint32_t readLe32(const std::uint8_t* p);
-void writeLe32(std::uint8_t* p, std::uint32_t value);
 
 // Builds a frame into out (room for kFrameMax bytes) and returns its length with the
 // CRC. Data is copied only when data is non-null and length is non-zero; the length

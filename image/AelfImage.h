@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "device/Frame.h" // readLe32, writeLe32: one definition for the whole program
+#include "base/Bytes.h"
 
 const uint32_t aelfMagic = 0x464C4541; // "AELF" read as a little-endian word
 const uint32_t aelfHeaderSize = 64;

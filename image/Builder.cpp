@@ -2,7 +2,7 @@
 
 #include "image/AelfImage.h"
 #include "image/MapSymbols.h"
-#include "linkmap/AtomicFile.h"
+#include "base/AtomicFile.h"
 
 #include <cstdio>
 #include <fstream>

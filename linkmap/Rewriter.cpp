@@ -1,6 +1,6 @@
 #include "linkmap/Rewriter.h"
 
-#include "linkmap/AtomicFile.h"
+#include "base/AtomicFile.h"
 #include "linkmap/LinkMap.h"
 #include "linkmap/ReadLines.h"
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <thread>
 
-#include "cli/CheckedLink.h"
+#include "device/CheckedLink.h"
 #include "device/DeviceSession.h"
 #include "device/Frame.h"
 #include "tests/serial/PtyPair.h"

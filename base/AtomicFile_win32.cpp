@@ -1,4 +1,4 @@
-#include "linkmap/AtomicFile.h"
+#include "base/AtomicFile.h"
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "cli/CheckedLink.h"
+#include "device/CheckedLink.h"
 
 #include <chrono>
 #include <thread>
