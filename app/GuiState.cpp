@@ -13,10 +13,16 @@ void listSerialPorts(std::vector<std::string>& names);
 
 namespace {
 PortLister portLister = nullptr;
+std::vector<std::string> portLabels; // what portItems point at
 std::atomic<WakeHandler> wakeHandler{nullptr};
 } // namespace
 
 void setProgramPath(const std::string& path) { programPath = path; }
+
+std::string portLabel(const std::string& name) {
+  const std::size_t slash = name.find_last_of('/');
+  return slash == std::string::npos || slash + 1 == name.size() ? name : name.substr(slash + 1);
+}
 
 void setPortLister(PortLister lister) { portLister = lister; }
 
@@ -29,7 +35,9 @@ void refreshPortList() {
   if (portNames.size() > static_cast<std::size_t>(portTableSize)) portNames.resize(portTableSize);
 
   const int count = static_cast<int>(portNames.size());
-  for (int i = 0; i < portTableSize; ++i) portItems[i] = i < count ? portNames[i].c_str() : nullptr;
+  portLabels.clear();
+  for (const std::string& name : portNames) portLabels.push_back(portLabel(name));
+  for (int i = 0; i < portTableSize; ++i) portItems[i] = i < count ? portLabels[i].c_str() : nullptr;
 
   // The combo box must never be handed an index outside the list.
   if (selectedPort >= count) selectedPort = count > 0 ? count - 1 : 0;

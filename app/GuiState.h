@@ -9,10 +9,15 @@ constexpr int portTableSize = 50;
 
 extern std::string programPath;
 extern std::vector<std::string> portNames;
-// Texts of portNames for the combo box; entries past the list are null.
+// The combo box's texts, one per entry of portNames; entries past the list are
+// null. A path shows as its last component ("/dev/ttyUSB0" as "ttyUSB0"), since the
+// box is too narrow for the directory; names without one ("COM7") show as they are.
 extern const char* portItems[portTableSize];
 extern std::int32_t selectedPort;
 extern std::vector<std::string> deviceIds;
+
+// The text the combo box shows for a port name.
+std::string portLabel(const std::string& name);
 
 // Used by the shells when a file is dropped on the window.
 void setProgramPath(const std::string& path);

@@ -11,7 +11,7 @@ namespace {
 
 // Opens the chosen port and sends the broadcast identify request.
 void openChosenPort(StartScreen& screen) {
-  createSession(app, portItems[selectedPort]);
+  createSession(app, portNames[selectedPort].c_str()); // the full path; the box shows its label
   app.session->request(0, 0, 0, 0, 0, nullptr, 0, 1);
   screen.mode = WaitDevices;
 }

@@ -78,6 +78,19 @@ TEST_F(ScreenTest, PortTableHoldsAtMostFiftyNames) {
   EXPECT_TRUE(h->shows("T49")) << h->dump();
 }
 
+TEST_F(ScreenTest, PathsShowTheirLastComponentAndOpenTheFullPath) {
+  testPorts = {"/dev/ttyS0", "/dev/ttyUSB0", "/tmp/qmload-sim/dev0", "COM12"};
+  refreshPortList();
+  const char* shown[] = {"ttyS0", "ttyUSB0", "dev0", "COM12"};
+  for (int i = 0; i < 4; ++i) EXPECT_STREQ(portItems[i], shown[i]);
+  selectedPort = 1;
+  h->frame();
+  EXPECT_TRUE(h->shows("ttyUS")) << h->dump(); // the test font is wider than the real one
+  h->click("Open");
+  ASSERT_NE(lastFakeLink, nullptr);
+  EXPECT_EQ(link().portName, "/dev/ttyUSB0");
+}
+
 TEST_F(ScreenTest, OpenCreatesSessionOnChosenPortAndBroadcastsIdentify) {
   selectedPort = 1;
   h->frame();
