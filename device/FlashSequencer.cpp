@@ -278,38 +278,3 @@ const char* spinnerText(std::int32_t spinner) {
   if (index < 0) index += 8;
   return frames[index];
 }
-
-std::string formatIdentity(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2) {
-  char text[100];
-  std::snprintf(text, sizeof text, "0x%08x-%08x-%08x", static_cast<unsigned>(id0), static_cast<unsigned>(id1),
-                static_cast<unsigned>(id2));
-  return text;
-}
-
-bool parseIdentity(const std::string& text, std::uint32_t& id0, std::uint32_t& id1, std::uint32_t& id2) {
-  std::string t = text;
-  if (t.size() > 2 && t[0] == '0' && (t[1] == 'x' || t[1] == 'X')) t = t.substr(2);
-  std::uint32_t words[3] = {0, 0, 0};
-  std::size_t pos = 0;
-  for (int w = 0; w < 3; ++w) {
-    if (w > 0) {
-      if (pos >= t.size() || t[pos] != '-') return false;
-      ++pos;
-    }
-    std::size_t digits = 0;
-    std::uint32_t value = 0;
-    while (pos < t.size() && std::isxdigit(static_cast<unsigned char>(t[pos]))) {
-      if (++digits > 8) return false;
-      const char c = t[pos++];
-      const std::uint32_t d = (c >= '0' && c <= '9') ? c - '0' : (c | 0x20) - 'a' + 10;
-      value = (value << 4) | d;
-    }
-    if (digits == 0) return false;
-    words[w] = value;
-  }
-  if (pos != t.size()) return false;
-  id0 = words[0];
-  id1 = words[1];
-  id2 = words[2];
-  return true;
-}

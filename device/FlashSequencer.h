@@ -24,6 +24,7 @@
 #include <string>
 
 #include "device/FlashLink.h"
+#include "base/IdentityText.h"
 #include "image/AelfImage.h"
 
 enum FlushStep : std::uint32_t {
@@ -152,8 +153,3 @@ FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy
 
 // The spinner text for the current spinner value (index kept within 0..7).
 const char* spinnerText(std::int32_t spinner);
-
-// "0x%08x-%08x-%08x".
-std::string formatIdentity(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2);
-// Parses that form (also without the 0x prefix); false when it does not fit.
-bool parseIdentity(const std::string& text, std::uint32_t& id0, std::uint32_t& id1, std::uint32_t& id2);

@@ -2,23 +2,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/IdentityText.h"
+
 #include <cctype>
 #include <cstdlib>
 
 namespace {
-
-bool parseHexWord(const std::string& s, std::uint32_t& out) {
-  if (s.empty() || s.size() > 8) return false;
-  std::uint32_t v = 0;
-  for (char c : s) {
-    if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
-    const int d =
-        std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10;
-    v = v << 4 | static_cast<std::uint32_t>(d);
-  }
-  out = v;
-  return true;
-}
 
 bool parseDecimal(const std::string& s, std::uint32_t& out) {
   if (s.empty() || s.size() > 10) return false;
@@ -33,21 +22,6 @@ bool parseDecimal(const std::string& s, std::uint32_t& out) {
 }
 
 } // namespace
-
-bool parseIdentity(const std::string& text, DeviceIdentity& out) {
-  std::string s = text;
-  if (s.size() >= 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s = s.substr(2);
-  const auto a = s.find('-');
-  if (a == std::string::npos) return false;
-  const auto b = s.find('-', a + 1);
-  if (b == std::string::npos) return false;
-  DeviceIdentity id;
-  if (!parseHexWord(s.substr(0, a), id.id0) || !parseHexWord(s.substr(a + 1, b - a - 1), id.id1) ||
-      !parseHexWord(s.substr(b + 1), id.id2))
-    return false;
-  out = id;
-  return true;
-}
 
 bool parsePair(const std::string& text, std::uint32_t& a, std::uint32_t& b, bool allowSingle) {
   const auto colon = text.find(':');
@@ -83,7 +57,7 @@ bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& ex
     exitCode = app.exit(e);
     return false;
   }
-  if (!id.empty() && !parseIdentity(id, out.identity)) {
+  if (!id.empty() && !parseIdentity(id, out.identity.id0, out.identity.id1, out.identity.id2)) {
     std::fprintf(stderr, "--id: expected 0xAAAAAAAA-BBBBBBBB-CCCCCCCC, got '%s'\n", id.c_str());
     exitCode = 2;
     return false;

@@ -16,8 +16,6 @@ struct SimOptions {
   bool verbose = false;
 };
 
-// "0xAAAAAAAA-BBBBBBBB-CCCCCCCC" (the 0x is optional, 1 to 8 hex digits a word).
-bool parseIdentity(const std::string& text, DeviceIdentity& out);
 // "A:B" with two decimal numbers; with allowSingle, a lone "A" leaves b as it was.
 bool parsePair(const std::string& text, std::uint32_t& a, std::uint32_t& b, bool allowSingle);
 

@@ -415,20 +415,7 @@ TEST(SequencerFlush, CliTimeoutsFollowTheWireButNeverGoBelowTheScreens) {
   EXPECT_GE(cli.timeoutFor(100, 0, 280), 2u * 317u); // a write's wire time at 9600
 }
 
-TEST(SequencerText, IdentityAndSpinner) {
-  EXPECT_EQ(formatIdentity(0x00c0ffee, 0x12345678, 0x9abcdef0), "0x00c0ffee-12345678-9abcdef0");
-  EXPECT_EQ(formatIdentity(0, 0, 1), "0x00000000-00000000-00000001");
-  std::uint32_t a = 0, b = 0, c = 0;
-  EXPECT_TRUE(parseIdentity("0x00c0ffee-12345678-9ABCDEF0", a, b, c));
-  EXPECT_EQ(a, 0x00c0ffeeu);
-  EXPECT_EQ(b, 0x12345678u);
-  EXPECT_EQ(c, 0x9abcdef0u);
-  EXPECT_TRUE(parseIdentity("1-2-3", a, b, c));
-  EXPECT_EQ(c, 3u);
-  EXPECT_FALSE(parseIdentity("0x1-2", a, b, c));
-  EXPECT_FALSE(parseIdentity("0x1-2-3-4", a, b, c));
-  EXPECT_FALSE(parseIdentity("0x123456789-0-0", a, b, c));
-  EXPECT_FALSE(parseIdentity("x-y-z", a, b, c));
+TEST(SequencerText, Spinner) {
   EXPECT_STREQ(spinnerText(0), "[ / ] .");
   EXPECT_STREQ(spinnerText(7), "[ - ] ........");
   EXPECT_STREQ(spinnerText(8), "[ / ] .");

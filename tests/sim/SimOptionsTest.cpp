@@ -9,18 +9,6 @@ bool parse(std::vector<const char*> args, SimOptions& out, int& code) {
   return parseSimOptions(static_cast<int>(args.size()), args.data(), out, code);
 }
 
-TEST(SimOptions, Identity) {
-  DeviceIdentity id;
-  ASSERT_TRUE(parseIdentity("0x00c0ffee-12345678-9ABCDEF0", id));
-  EXPECT_EQ(id.id0, 0x00c0ffeeu);
-  EXPECT_EQ(id.id1, 0x12345678u);
-  EXPECT_EQ(id.id2, 0x9abcdef0u);
-  ASSERT_TRUE(parseIdentity("1-2-3", id));
-  EXPECT_EQ(id.id2, 3u);
-  for (const char* bad : {"", "0x1-2", "1-2-3-4", "1--3", "123456789-1-1", "g-1-1", "0x-1-1"})
-    EXPECT_FALSE(parseIdentity(bad, id)) << bad;
-}
-
 TEST(SimOptions, AllFlags) {
   SimOptions o;
   int code = -1;
