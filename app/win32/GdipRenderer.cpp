@@ -79,6 +79,83 @@ std::vector<GpPoint> toPoints(const struct nk_vec2i* points, unsigned short coun
   return out;
 }
 
+// Families tried in order when the one asked for is missing: Arial's metric twin
+// that Linux systems (and so Wine) usually have, then common sans-serif families.
+constexpr const wchar_t* fallbackFamilies[] = {L"Liberation Sans", L"Arial",   L"DejaVu Sans",         L"Segoe UI",
+                                               L"Tahoma",          L"Verdana", L"Microsoft Sans Serif"};
+
+// The family's regular font, size pixels high, or null.
+GpFont* regularFont(GpFontFamily* family, int size) {
+  GpFont* font = nullptr;
+  if (GdipCreateFont(family, static_cast<REAL>(size), FontStyleRegular, UnitPixel, &font) != Ok) return nullptr;
+  return font;
+}
+
+GpFont* namedFont(const wchar_t* name, int size) {
+  GpFontFamily* family = nullptr;
+  if (GdipCreateFontFamilyFromName(name, nullptr, &family) != Ok || !family) return nullptr;
+  GpFont* font = regularFont(family, size);
+  GdipDeleteFontFamily(family);
+  return font;
+}
+
+GpFont* genericSansSerifFont(int size) {
+  GpFontFamily* family = nullptr;
+  if (GdipGetGenericFontFamilySansSerif(&family) != Ok || !family) return nullptr;
+  GpFont* font = regularFont(family, size);
+  GdipDeleteFontFamily(family);
+  return font;
+}
+
+// The first installed family with a regular style that is not a symbol font.
+GpFont* firstInstalledFont(int size) {
+  GpFontCollection* installed = nullptr; // owned by GDI+, never deleted
+  if (GdipNewInstalledFontCollection(&installed) != Ok || !installed) return nullptr;
+  INT count = 0;
+  if (GdipGetFontCollectionFamilyCount(installed, &count) != Ok || count <= 0) return nullptr;
+  std::vector<GpFontFamily*> families(static_cast<size_t>(count), nullptr); // the collection's, not ours
+  INT found = 0;
+  if (GdipGetFontCollectionFamilyList(installed, count, families.data(), &found) != Ok) return nullptr;
+  for (INT i = 0; i < found; ++i) {
+    BOOL regular = FALSE;
+    if (!families[i] || GdipIsStyleAvailable(families[i], FontStyleRegular, &regular) != Ok || !regular) continue;
+    GpFont* font = regularFont(families[i], size);
+    if (!font) continue;
+    HDC dc = GetDC(nullptr);
+    GpGraphics* graphics = nullptr;
+    LOGFONTW logFont{};
+    const bool symbol = GdipCreateFromHDC(dc, &graphics) == Ok && GdipGetLogFontW(font, graphics, &logFont) == Ok &&
+                        logFont.lfCharSet == SYMBOL_CHARSET;
+    if (graphics) GdipDeleteGraphics(graphics);
+    ReleaseDC(nullptr, dc);
+    if (!symbol) return font;
+    GdipDeleteFont(font);
+  }
+  return nullptr;
+}
+
+// The system's stock GUI font at size pixels: there whenever Windows (or Wine)
+// can draw text at all.
+GpFont* stockFont(int size) {
+  LOGFONTW logFont{};
+  if (!GetObjectW(GetStockObject(DEFAULT_GUI_FONT), sizeof logFont, &logFont)) return nullptr;
+  logFont.lfHeight = -size; // negative: the character height, as GDI+'s em size
+  HDC dc = GetDC(nullptr);
+  GpFont* font = nullptr;
+  if (GdipCreateFontFromLogfontW(dc, &logFont, &font) != Ok) font = nullptr;
+  ReleaseDC(nullptr, dc);
+  return font;
+}
+
+std::string familyName(GpFont* font) {
+  GpFontFamily* family = nullptr;
+  if (GdipGetFamily(font, &family) != Ok || !family) return std::string();
+  WCHAR name[LF_FACESIZE] = {};
+  GdipGetFamilyName(family, name, LANG_NEUTRAL);
+  GdipDeleteFontFamily(family);
+  return narrow(name);
+}
+
 } // namespace
 
 nk_context* GdipRenderer::init(HWND hwnd, unsigned width, unsigned height) {
@@ -129,20 +206,23 @@ void GdipRenderer::resize(unsigned width, unsigned height) {
 }
 
 GdipFont* GdipRenderer::fontCreate(const wchar_t* name, int size) {
-  GpFontFamily* family = nullptr;
-  if (GdipCreateFontFamilyFromName(name, nullptr, &family) != Ok) {
-    family = nullptr;
-    GdipGetGenericFontFamilySansSerif(&family); // some readable font rather than none
-  }
-  if (!family) return nullptr;
   auto* font = new GdipFont;
-  GdipCreateFont(family, static_cast<REAL>(size), FontStyleRegular, UnitPixel, &font->font);
-  GdipDeleteFontFamily(family);
+  font->font = namedFont(name, size);
+  if (font->font) {
+    font->family = narrow(name);
+  } else {
+    for (const wchar_t* other : fallbackFamilies)
+      if ((font->font = namedFont(other, size))) break;
+    if (!font->font) font->font = genericSansSerifFont(size);
+    if (!font->font) font->font = firstInstalledFont(size);
+    if (!font->font) font->font = stockFont(size);
+    if (font->font) font->family = familyName(font->font);
+  }
   REAL height = static_cast<REAL>(size);
-  GdipGetFontSize(font->font, &height);
+  if (font->font) GdipGetFontSize(font->font, &height);
   font->owner = this;
   font->nk.userdata = nk_handle_ptr(font);
-  font->nk.height = height;
+  font->nk.height = height > 0.0f ? height : static_cast<REAL>(size);
   font->nk.width = measureCallback;
   return font;
 }
@@ -159,7 +239,9 @@ void GdipRenderer::setFont(GdipFont* font) {
 
 float GdipRenderer::textWidth(const GdipFont& font, const char* text, int length) {
   std::wstring wide = widen(text, length);
-  if (wide.empty() || !font.font || !memoryGraphics) return 0.0f;
+  // Without any font the text is not drawn, but it still takes room in the layout.
+  if (!font.font) return 0.5f * font.nk.height * static_cast<float>(wide.size());
+  if (wide.empty() || !memoryGraphics) return 0.0f;
   RectF layout(0.0f, 0.0f, 0.0f, 0.0f); // no limit
   RectF bounds;
   GdipMeasureString(memoryGraphics, wide.c_str(), static_cast<INT>(wide.size()), font.font, &layout, format, &bounds,

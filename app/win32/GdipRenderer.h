@@ -7,6 +7,8 @@
 
 #include <gdiplus.h>
 
+#include <string>
+
 #include "app/win32/ButtonQueue.h"
 
 #include "app/NuklearConfig.h"
@@ -16,8 +18,9 @@ class GdipRenderer;
 // A GDI+ font as Nuklear's user font: height, text-width callback and handle.
 struct GdipFont {
   nk_user_font nk{};
-  Gdiplus::GpFont* font = nullptr;
-  GdipRenderer* owner = nullptr; // whose off-screen graphics measures the text
+  Gdiplus::GpFont* font = nullptr; // null only when the system has no font at all
+  GdipRenderer* owner = nullptr;   // whose off-screen graphics measures the text
+  std::string family;              // the family in use (UTF-8), empty without a font
 };
 
 class GdipRenderer {
@@ -28,7 +31,10 @@ public:
   nk_context* init(HWND hwnd, unsigned width, unsigned height);
 
   // A font of the named family, size in pixels, regular style. Its height for
-  // Nuklear is the size GDI+ reports for it. Null when GDI+ has no such font.
+  // Nuklear is the size GDI+ reports for it. When the family is missing it takes
+  // another: a few common sans-serif families, GDI+'s generic sans-serif, the first
+  // installed family, the stock GUI font; family says which. Never null: should
+  // even the stock font fail, font is null, the text takes room but is not drawn.
   GdipFont* fontCreate(const wchar_t* name, int size);
   // Deletes the GDI+ font and frees the object.
   static void fontDelete(GdipFont* font);

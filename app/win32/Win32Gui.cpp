@@ -2,6 +2,8 @@
 
 #include <shellapi.h>
 
+#include <iostream>
+
 #include "app/GuiState.h"
 #include "app/GuiStyle.h"
 #include "app/win32/FrameLoop.h"
@@ -14,6 +16,7 @@ constexpr int clientHeight = 160;
 constexpr const wchar_t* windowClassName = L"NuklearWindowClass";
 constexpr const wchar_t* windowTitle = L"qmload .::Vantorix::..::v1.0::.";
 constexpr const wchar_t* fontName = L"Arial";
+constexpr const char* fontNameUtf8 = "Arial";
 constexpr int fontPixels = 14;
 constexpr DWORD windowStyle = WS_OVERLAPPEDWINDOW | WS_VISIBLE;
 constexpr DWORD windowExStyle = WS_EX_APPWINDOW | WS_EX_ACCEPTFILES;
@@ -23,6 +26,17 @@ HWND mainWindow = nullptr;
 GdipRenderer renderer;
 
 void postWake() { PostMessageA(mainWindow, WM_USER, 0, 0); }
+
+// One line on stdout when the window draws with another font than it asks for;
+// nothing when it has its own, so the usual console text stays as it is.
+void reportFont(const GdipFont& font) {
+  if (font.family == fontNameUtf8) return;
+  if (font.family.empty())
+    std::cout << "font \"" << fontNameUtf8 << "\" not found and no other font either: text is not drawn\n";
+  else
+    std::cout << "font \"" << fontNameUtf8 << "\" not found, using \"" << font.family << "\"\n";
+  std::cout << std::flush;
+}
 
 // The loop's window side: GetMessageW/PeekMessageW, the renderer's input
 // bracketing, the current screen's drawing and the render.
@@ -108,6 +122,7 @@ void runGui(Application& application) {
 
   application.ctx = renderer.init(mainWindow, clientWidth, clientHeight);
   GdipFont* font = renderer.fontCreate(fontName, fontPixels);
+  reportFont(*font);
   renderer.setFont(font);
   applyGuiStyle(application.ctx);
 

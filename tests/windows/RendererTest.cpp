@@ -1,11 +1,13 @@
 // The GDI+ renderer draws Nuklear's commands into its off-screen bitmap: shapes at
-// their places and in their colours, clipped by the scissor, text in the font.
+// their places and in their colours, clipped by the scissor, text in the font, and
+// in another installed font when the family asked for is missing.
 // Needs a display: ctest runs it under Xvfb.
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
 #include <functional>
+#include <string>
 
 #include "app/win32/GdipRenderer.h"
 
@@ -110,16 +112,27 @@ TEST_F(RendererTest, TheScissorClips) {
   EXPECT_NE(renderer.pixel(30, 30), red);
 }
 
-TEST_F(RendererTest, TextIsDrawnAndMeasuredInTheFont) {
-  EXPECT_FLOAT_EQ(font->nk.height, 14.0f);
-  const float open = font->nk.width(font->nk.userdata, font->nk.height, "Open", 4);
-  const float twice = font->nk.width(font->nk.userdata, font->nk.height, "OpenOpen", 8);
+// A missing family gives another installed one, never a font without glyphs.
+class RendererFontTest : public RendererTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(RendererFontTest, TextIsDrawnAndMeasuredInTheFont) {
+  const std::string asked = GetParam();
+  GdipFont* used = renderer.fontCreate(std::wstring(asked.begin(), asked.end()).c_str(), 14);
+  ASSERT_NE(used, nullptr);
+  ASSERT_NE(used->font, nullptr);
+  if (asked == "Arial")
+    EXPECT_EQ(used->family, asked) << "the test prefix maps Arial to Liberation Sans";
+  else
+    EXPECT_TRUE(!used->family.empty() && used->family != asked) << used->family;
+  EXPECT_FLOAT_EQ(used->nk.height, 14.0f);
+  const float open = used->nk.width(used->nk.userdata, used->nk.height, "Open", 4);
+  const float twice = used->nk.width(used->nk.userdata, used->nk.height, "OpenOpen", 8);
   EXPECT_GT(open, 20.0f);
   EXPECT_LT(open, 40.0f);
   EXPECT_NEAR(twice, 2 * open, 2.0f);
 
-  frame([this](nk_command_buffer* c) {
-    nk_draw_text(c, nk_rect(10, 10, 100, 20), "Open", 4, &font->nk, nk_rgb(0, 0, 0), nk_rgb(255, 255, 255));
+  frame([used](nk_command_buffer* c) {
+    nk_draw_text(c, nk_rect(10, 10, 100, 20), "Open", 4, &used->nk, nk_rgb(0, 0, 0), nk_rgb(255, 255, 255));
   });
   int lit = 0;
   for (int y = 10; y < 30; ++y)
@@ -127,4 +140,7 @@ TEST_F(RendererTest, TextIsDrawnAndMeasuredInTheFont) {
       if ((renderer.pixel(x, y) & 0xFFu) > 128) ++lit;
   EXPECT_GT(lit, 20) << "white glyph pixels";
   for (int y = 10; y < 30; ++y) EXPECT_EQ(renderer.pixel(10 + static_cast<int>(open) + 6, y) & 0xFFFFFFu, 0u);
+  GdipRenderer::fontDelete(used);
 }
+
+INSTANTIATE_TEST_SUITE_P(Families, RendererFontTest, ::testing::Values("Arial", "No Such Family 7f3a"));
