@@ -4,6 +4,11 @@
 # (default ~/.cache/qmload/wine, or $QMLOAD_WINEPREFIX). The first use creates it,
 # maps the font name "Arial" to Liberation Sans and records that it is ready.
 #
+# QMLOAD_WINE_NO_ARIAL=1 selects a second prefix, the same path with "-no-arial"
+# appended, made without that mapping: there the window must find a font of its
+# own, as on a machine without Arial. The two prefixes never share a path, and each
+# records which kind it is, so one is never used as the other.
+#
 # A freshly started wineserver makes the first program launch background
 # services that inherit that program's stdout and stderr. Anything reading
 # those through a pipe (ctest, $(...), | tee) would then wait for the services
@@ -26,33 +31,66 @@ export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="
 export WINEARCH=win64
 export WINEPREFIX="${QMLOAD_WINEPREFIX:-$HOME/.cache/qmload/wine}"
+qmload_wine_kind=arial-mapped
+if [ "${QMLOAD_WINE_NO_ARIAL:-}" = "1" ]; then
+  WINEPREFIX="$WINEPREFIX-no-arial"
+  qmload_wine_kind=no-arial
+fi
 qmload_wine_linger="${QMLOAD_WINE_LINGER:-1800}"
 qmload_wine_log="$WINEPREFIX.log"
 
 # Creates the prefix when it is missing. Call with the lock held.
 wine_create_prefix() {
   if [ -f "$WINEPREFIX/.qmload-ready" ]; then
-    return 0
+    # Prefixes made before the marker named their kind hold the mapping.
+    local kind
+    kind=$(cat "$WINEPREFIX/.qmload-ready")
+    [ "${kind:-arial-mapped}" = "$qmload_wine_kind" ] && return 0
+    echo "wine: the prefix $WINEPREFIX is ${kind:-arial-mapped}, not $qmload_wine_kind; remove it or choose another QMLOAD_WINEPREFIX" >&2
+    return 2
   fi
   echo "wine: creating prefix $WINEPREFIX" >&2
   mkdir -p "$WINEPREFIX"
-  wineboot -i >>"$qmload_wine_log" 2>&1 9>&- || return 1
-  # Our window asks for "Arial"; Wine finds the metric-compatible Liberation
-  # Sans through fontconfig once the name is mapped.
-  wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v Arial /t REG_SZ \
-    /d 'Liberation Sans' /f >>"$qmload_wine_log" 2>&1 9>&- || return 1
+  # A prefix is made in seconds; a wineboot that takes two minutes is stuck.
+  timeout 120 wineboot -i >>"$qmload_wine_log" 2>&1 9>&- || return 1
+  if [ "$qmload_wine_kind" = arial-mapped ]; then
+    # Our window asks for "Arial"; Wine finds the metric-compatible Liberation
+    # Sans through fontconfig once the name is mapped.
+    timeout 60 wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v Arial /t REG_SZ \
+      /d 'Liberation Sans' /f >>"$qmload_wine_log" 2>&1 9>&- || return 1
+  fi
   # Write the registry to disk before anything else reads the prefix.
   wineserver -k >>"$qmload_wine_log" 2>&1 9>&-
   wineserver -w 9>&-
-  touch "$WINEPREFIX/.qmload-ready"
+  echo "$qmload_wine_kind" >"$WINEPREFIX/.qmload-ready"
 }
 
 # Makes sure the prefix exists and a warmed-up persistent wineserver runs.
 wine_ready() {
-  mkdir -p "$(dirname "$WINEPREFIX")"
-  exec 9>"$WINEPREFIX.lock"
-  flock 9
-  wine_create_prefix || { echo "wine: could not create the prefix $WINEPREFIX (see $qmload_wine_log)" >&2; exec 9>&-; return 1; }
+  local tool
+  for tool in wine wineserver wineboot; do
+    if ! command -v "$tool" >/dev/null 2>&1; then
+      echo "wine: $tool is not installed (Wine is missing; install it with: bash scripts/setup.sh)" >&2
+      return 1
+    fi
+  done
+  if ! mkdir -p "$(dirname "$WINEPREFIX")" 2>/dev/null || ! { exec 9>"$WINEPREFIX.lock"; } 2>/dev/null; then
+    echo "wine: cannot write beside the prefix $WINEPREFIX (set QMLOAD_WINEPREFIX to a writable path)" >&2
+    return 1
+  fi
+  if ! flock -w 600 9; then
+    echo "wine: the prefix $WINEPREFIX stayed locked for 10 minutes (lock file $WINEPREFIX.lock)" >&2
+    exec 9>&-
+    return 1
+  fi
+  local created=0
+  wine_create_prefix || created=$?
+  if [ "$created" -ne 0 ]; then
+    [ "$created" -eq 1 ] &&
+      echo "wine: could not create the prefix $WINEPREFIX (see $qmload_wine_log)" >&2
+    exec 9>&-
+    return 1
+  fi
   # Exit status 0: a new server was started here. 2: one is already running.
   # The server and the services it starts must not inherit the lock (fd 9).
   if wineserver "-p$qmload_wine_linger" >>"$qmload_wine_log" 2>&1 9>&-; then

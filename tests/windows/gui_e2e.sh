@@ -5,41 +5,34 @@
 #   gui_e2e.sh QMLOAD_EXE IMAGE_TOOL_EXE WORKDIR
 #
 # The simulator is $QMLOAD_SIM, or the newest build/*/sim/qmload-sim of this
-# repository; without one the test is skipped (exit 77). Screenshots of every
-# stage are written to WORKDIR/shot-*.png.
+# repository. A missing prerequisite (the simulator, Wine, Xvfb, the tools, a Wine
+# prefix that cannot be made) skips the test in a developer's run and fails it
+# under CI (tests/prereq.sh). Screenshots of every stage are written to
+# WORKDIR/shot-*.png.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 qmload=${1:?qmload.exe}
 imageTool=${2:?image tool}
 work=${3:?work dir}
-wineRun=$root/scripts/wine-run.sh
 comLink=/tmp/qmload-wine-com7 # the fixed path COM7 points at
 com=COM7
 
-skip() { echo "SKIPPED: $*"; exit 77; }
-fail() {
-  echo "FAIL: $*"
-  for f in gui.out sim.err; do
-    [ -s "$work/$f" ] && { echo "--- $f"; tail -n 20 "$work/$f"; }
-  done
-  exit 1
-}
+failLogs=(gui.out sim.err)
+. "$here/gui-lib.sh"
 
 sim=${QMLOAD_SIM:-}
 if [ -z "$sim" ]; then
   sim=$(ls -t "$root"/build/*/sim/qmload-sim 2>/dev/null | head -n 1)
 fi
-[ -n "$sim" ] && [ -x "$sim" ] || skip "no Linux qmload-sim (build the linux preset first, or set QMLOAD_SIM)"
-for tool in Xvfb xdotool xwd /usr/bin/convert; do
-  command -v "$tool" >/dev/null || skip "$tool is not installed"
-done
+[ -n "$sim" ] && [ -x "$sim" ] ||
+  missing_prereq "the Linux qmload-sim (build it: cmake --preset linux && cmake --build build/linux --target qmload-sim; or set QMLOAD_SIM)"
+guiNeedTools
 
 rm -rf "$work"
 mkdir -p "$work"
 pids=()
 mapped=0
-xvfbPid=
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; done
   # Other Windows tests must not see a COM7 they did not ask for.
@@ -54,6 +47,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
+guiWineReady
+
 # The image, and the flash the device must hold afterwards. 41 program blocks,
 # 2 resource blocks and the header block: long enough to see the bar move.
 "$wineRun" "$imageTool" make "$work/image.alf" 0x08004000 $((40 * 256 + 17)) 0x08030000 $((256 + 200)) 11 \
@@ -62,16 +57,7 @@ trap cleanup EXIT
   fail "could not compute the expected flash"
 
 # A display of our own.
-display=
-for n in $(seq 91 120); do
-  if [ ! -e "/tmp/.X$n-lock" ] && [ ! -e "/tmp/.X11-unix/X$n" ]; then display=:$n; break; fi
-done
-[ -n "$display" ] || fail "no free X display number"
-Xvfb "$display" -screen 0 1024x768x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
-xvfbPid=$!
-export DISPLAY=$display
-for _ in $(seq 50); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
-xdotool getdisplaygeometry >/dev/null 2>&1 || fail "Xvfb did not start"
+startXvfb 91 120 1024x768
 
 # The device on a fixed link, mapped to COM7. This restarts the wineserver, now
 # with our display set, so Wine's desktop lives on it.
@@ -86,43 +72,25 @@ stty -F "$comLink" 115200 || fail "could not set the pty's speed"
 mapped=1
 "$root/scripts/wine-map-com.sh" "$com" "$comLink" || fail "could not map $com"
 
-shot() { # NAME: the window's client area as WORKDIR/shot-NAME.png
-  xwd -silent -id "$window" | /usr/bin/convert xwd:- "$work/shot-$1.png" 2>/dev/null ||
-    fail "no screenshot $1"
-}
-pixel() { # NAME X Y: the colour of a pixel of a screenshot, as srgb(r,g,b)
-  /usr/bin/convert "$work/shot-$1.png" -format "%[pixel:p{$2,$3}]" info:
-}
-expectPixel() { # NAME X Y COLOUR WHAT
-  local got
-  got=$(pixel "$1" "$2" "$3")
-  [ "$got" = "$4" ] || fail "$5: pixel $2,$3 of shot $1 is $got, expected $4"
-}
 redRun() { # NAME Y: how many pixels of row Y have the button colour
-  /usr/bin/convert "$work/shot-$1.png" -crop "280x1+0+$2" txt:- | grep -c '#B52D45'
+  countColour "$1" "280x1+0+$2" '#B52D45'
 }
 click() { # X Y in client coordinates
   xdotool mousemove --window "$window" "$1" "$2" sleep 0.1 click 1
-}
-waitFor() { # SECONDS DESCRIPTION COMMAND...: polls COMMAND every 0.1 s
-  local limit=$(($1 * 10)) what=$2
-  shift 2
-  for _ in $(seq "$limit"); do "$@" && return 0; sleep 0.1; done
-  fail "timed out waiting for $what"
 }
 
 # stdout goes to a file: the identity is read from it.
 "$wineRun" "$qmload" "$work/image.alf" >"$work/gui.out" 2>&1 &
 pids+=($!)
 guiPid=$!
-window=
-findWindow() { window=$(xdotool search --name 'qmload \.::Vantorix' 2>/dev/null | head -n 1); [ -n "$window" ]; }
 waitFor 60 "the qmload window" findWindow
 sleep 1
 geometry=$(xdotool getwindowgeometry "$window" | sed -n 's/.*Geometry: //p')
 echo "window $window, client area $geometry"
 [ "$geometry" = "280x160" ] || fail "client area is $geometry, expected 280x160"
 shot 1-start
+# This prefix maps "Arial", so the window has its font and says nothing about it.
+grep -q '^font ' "$work/gui.out" && fail "qmload.exe did not find Arial: $(grep '^font ' "$work/gui.out")"
 expectPixel 1-start 3 3 "srgb(30,30,30)" "clear colour"
 expectPixel 1-start 40 60 "srgb(181,45,69)" "the Open button"
 # The panel: window colour (alpha 215) over the clear colour.
@@ -161,14 +129,7 @@ expectPixel 5-start-again 40 60 "srgb(181,45,69)" "the Open button after the fla
 cmp "$work/dump.bin" "$work/expected.bin" || fail "the device's flash differs from the image"
 kill -0 "$guiPid" 2>/dev/null || fail "qmload.exe ended by itself"
 
-# Closing the window (Alt+F4, handled by Windows' default procedure) ends the
-# program with exit code 0.
-xdotool windowfocus --sync "$window" 2>/dev/null
-xdotool key alt+F4
-for _ in $(seq 100); do kill -0 "$guiPid" 2>/dev/null || break; sleep 0.1; done
-kill -0 "$guiPid" 2>/dev/null && fail "qmload.exe did not end when its window was closed"
-wait "$guiPid"
-status=$?
-[ "$status" -eq 0 ] || fail "qmload.exe ended with exit code $status"
+# Closing the window ends the program with exit code 0.
+closeWindow "$guiPid"
 echo "the device holds the image, qmload.exe ended with 0 when closed; screenshots in $work"
 exit 0

@@ -3,9 +3,13 @@
 #   on-xvfb.sh PROGRAM.exe [ARGS...]
 # Wine's desktop follows the display of the first program after the wineserver
 # started, so the server is restarted on our display first and stopped again
-# before the display goes away. Exits with the program's exit code.
+# before the display goes away. Exits with the program's exit code. A missing
+# prerequisite (Wine, Xvfb, xdotool) skips in a developer's run and fails under CI
+# (tests/prereq.sh).
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
+. "$root/tests/prereq.sh"
+need_tools wine wineserver wineboot Xvfb xdotool
 display=
 for n in $(seq 121 150); do
   if [ ! -e "/tmp/.X$n-lock" ] && [ ! -e "/tmp/.X11-unix/X$n" ]; then display=:$n; break; fi
@@ -15,6 +19,7 @@ Xvfb "$display" -screen 0 640x480x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb=$!
 export DISPLAY=$display
 for _ in $(seq 50); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
+xdotool getdisplaygeometry >/dev/null 2>&1 || { echo "FAIL: Xvfb did not start on $display"; kill "$xvfb"; exit 1; }
 "$root/scripts/wine-stop.sh"
 "$root/scripts/wine-run.sh" "$@"
 status=$?
