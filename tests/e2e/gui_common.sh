@@ -36,6 +36,7 @@ guiStopAppAndSim() {
 
 # Starts Xvfb on a free display; sets DISPLAY.
 guiStartX() {
+  need_tools Xvfb xdotool
   local fdFile="$guiWork/display"
   : >"$fdFile"
   Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp 3>"$fdFile" 2>"$guiWork/xvfb.log" &
@@ -63,7 +64,9 @@ guiStartSim() {
 guiStartApp() {
   local dir=$1
   shift
-  (cd "$dir" && QMLOAD_FRAME_LOG=1 exec "$QMLOAD_GUI" "$@") >"$guiWork/app.out" 2>"$guiWork/app.log" &
+  # QMLOAD_GUI_PRELOAD: libraries preloaded into the GUI alone (see gui_tests.cmake).
+  (cd "$dir" && QMLOAD_FRAME_LOG=1 LD_PRELOAD="${QMLOAD_GUI_PRELOAD:-}" exec "$QMLOAD_GUI" "$@") \
+    >"$guiWork/app.out" 2>"$guiWork/app.log" &
   guiPids+=($!)
   guiAppPid=$!
   guiWindow=""

@@ -18,6 +18,7 @@
 # baud ladder and finds the device at its last step.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../prereq.sh"
 source "$here/gui_common.sh"
 case_name=${1:?case}
 : "${QMLOAD_GUI:?}" "${QMLOAD_CLI:?}" "${QMLOAD_SIM:?}" "${QMLOAD_CLOSE_WINDOW:?}" "${QMLOAD_EXAMPLES:?}"
