@@ -9,11 +9,14 @@ namespace StartScreenSpace {
 
 void drawToolchainRow(nk_context* ctx) {
   nk_layout_row_dynamic(ctx, 25, 2);
-  if (nk_button_label(ctx, "parse map1"))
-    rewriteLinkerScript("./../../funcList.txt", "./../../out.map", "./../../target.ld");
-  if (nk_button_label(ctx, "build aelf"))
-    buildAelf("./../../__output__.map", "./../../test.cpp_CFG.bin", "./../../__target_out__.o",
-              "./../../test.cpp_RES.bin", "./../../project.alf");
+  if (nk_button_label(ctx, "parse map1")) {
+    const RewritePaths& paths = defaultRewritePaths;
+    rewriteLinkerScript(paths.funcList, paths.map, paths.script, paths.output);
+  }
+  if (nk_button_label(ctx, "build aelf")) {
+    const AelfBuildPaths& paths = defaultAelfBuildPaths;
+    buildAelf(paths.map, paths.cfg, paths.object, paths.res, paths.output);
+  }
 }
 
 } // namespace StartScreenSpace

@@ -46,7 +46,7 @@ enum : int {
 };
 
 // Loads `path` into the image area and fills `image`. Prints the reason of a
-// failure on standard output; a failed read leaves the area and `image` as they were.
+// failure on the console; a failed read leaves the area and `image` as they were.
 int readAelfImage(const std::string& path, AelfImage& image);
 
 // The process-wide image area (read-only view, for tests and tools).

@@ -1,10 +1,11 @@
 #include "image/MapSymbols.h"
 
+#include "base/Console.h"
+#include "base/IdentityText.h"
 #include "image/AelfImage.h"
 #include "linkmap/ReadLines.h"
 
 #include <fstream>
-#include <iostream>
 #include <map>
 
 namespace {
@@ -22,6 +23,13 @@ const WantedSymbol wantedSymbols[] = {
     {"ModbusRemoteRegTables", headerRemoteRegTables},
 };
 
+// What the scan of the map keeps between lines.
+struct MapScan {
+  bool exeAddrFound = false;
+  std::string prevLine;
+  std::map<std::string, std::string> symbolTable;
+};
+
 // The address text of a line: up to 7 characters from its first '8'.
 bool addressText(const std::string& line, std::string& text) {
   const std::size_t at = line.find('8');
@@ -30,26 +38,84 @@ bool addressText(const std::string& line, std::string& text) {
   return true;
 }
 
-// Hexadecimal digits from the start of the text, up to the first other character.
+// The hexadecimal digits at the start of the text, up to the first other
+// character, as the standard string-to-int conversion in base 16 reads them
+// ("8004a1d x" gives 0x08004A1D). Deliberately unlike parseHexWord, which
+// refuses any other character: an address text may run on into the next column.
+// An address text starts with '8' and holds at most 7 characters, so the digits
+// are never empty or too many.
 uint32_t hexValue(const std::string& text) {
+  const std::size_t digits = text.find_first_not_of("0123456789abcdefABCDEF");
   uint32_t value = 0;
-  for (char c : text) {
-    int digit;
-    if (c >= '0' && c <= '9')
-      digit = c - '0';
-    else if (c >= 'a' && c <= 'f')
-      digit = c - 'a' + 10;
-    else if (c >= 'A' && c <= 'F')
-      digit = c - 'A' + 10;
-    else
-      break;
-    value = value << 4 | uint32_t(digit);
-  }
+  parseHexWord(std::string_view(text).substr(0, digits), value);
   return value;
 }
 
-void reportNoAddress(const std::string& line) {
-  std::cout << "map line without address: '" << line << "'" << std::endl;
+// A line without an address is a reported failure rather than an escaping
+// exception, so a malformed map never ends the program.
+void reportNoAddress(const std::string& line) { consolePuts("map line without address: '" + line + "'"); }
+
+enum class LineStep { next, stop, failed };
+
+// The first ".text" line gives exeAddr.
+LineStep takeExeAddr(const std::string& line, MapScan& scan, uint8_t* header) {
+  std::string text;
+  if (!addressText(line, text)) {
+    reportNoAddress(line);
+    return LineStep::failed;
+  }
+  writeLe32(header + headerExeAddr, hexValue(text));
+  scan.exeAddrFound = true;
+  return LineStep::next;
+}
+
+// The first ".bss" line ends the scan: the last symbol line before it marks the
+// end of the program.
+LineStep takeExeSize(const std::string& line, const MapScan& scan, uint8_t* header) {
+  std::string text;
+  if (!addressText(scan.prevLine, text)) {
+    // Only when no symbol line came between ".text" and ".bss".
+    consolePuts("map line without address: no symbol line before '" + line + "'");
+    return LineStep::failed;
+  }
+  writeLe32(header + headerExeSize, hexValue(text) - readLe32(header + headerExeAddr));
+  return LineStep::stop;
+}
+
+// A symbol line's key is the text behind its last space (a tab does not count).
+LineStep takeSymbol(const std::string& line, MapScan& scan) {
+  std::string text;
+  if (!addressText(line, text)) {
+    reportNoAddress(line);
+    return LineStep::failed;
+  }
+  const std::size_t space = line.rfind(' ');
+  scan.symbolTable[space == std::string::npos ? line : line.substr(space + 1)] = text;
+  scan.prevLine = line;
+  return LineStep::next;
+}
+
+LineStep scanLine(const std::string& line, MapScan& scan, uint8_t* header) {
+  if (line.size() >= 5 && line.find(".text") != std::string::npos && !scan.exeAddrFound)
+    return takeExeAddr(line, scan, header);
+  if (line.size() >= 4 && line.find(".bss") != std::string::npos) return takeExeSize(line, scan, header);
+  if (!scan.exeAddrFound) return LineStep::next;
+  return takeSymbol(line, scan);
+}
+
+// The wanted symbols in their fixed order; the first missing one ends the
+// lookup, with the fields of those before it already written.
+bool storeWantedSymbols(const MapScan& scan, uint8_t* header) {
+  for (const WantedSymbol& symbol : wantedSymbols) {
+    const auto found = scan.symbolTable.find(symbol.name);
+    if (found == scan.symbolTable.end()) {
+      consolePuts(std::string("func ") + symbol.name + " not found");
+      return false;
+    }
+    consolePuts(std::string(symbol.name) + ": " + found->second);
+    writeLe32(header + symbol.offset, hexValue(found->second));
+  }
+  return true;
 }
 
 } // namespace
@@ -57,58 +123,17 @@ void reportNoAddress(const std::string& line) {
 bool readMapSymbols(const std::string& mapPath, uint8_t* header) {
   std::ifstream map(mapPath);
   if (!map.is_open()) {
-    std::cout << "map file not open " << mapPath << std::endl;
+    consolePuts("map file not open " + mapPath);
     return false;
   }
-
-  bool exeAddrFound = false;
-  std::string prevLine;
-  std::map<std::string, std::string> symbolTable;
+  MapScan scan;
   std::string line;
-  std::string text;
-  while (readTextLine(map, line)) {
-    if (line.size() >= 5 && line.find(".text") != std::string::npos && !exeAddrFound) {
-      if (!addressText(line, text)) {
-        reportNoAddress(line);
-        return false;
-      }
-      writeLe32(header + headerExeAddr, hexValue(text));
-      exeAddrFound = true;
-      continue;
-    }
-    if (line.size() >= 4 && line.find(".bss") != std::string::npos) {
-      // The last symbol line before ".bss" marks the end of the program.
-      if (!addressText(prevLine, text)) {
-        // Only when no symbol line came between ".text" and ".bss".
-        std::cout << "map line without address: no symbol line before '" << line << "'" << std::endl;
-        return false;
-      }
-      writeLe32(header + headerExeSize, hexValue(text) - readLe32(header + headerExeAddr));
-      break;
-    }
-    if (!exeAddrFound) continue;
-    if (!addressText(line, text)) {
-      reportNoAddress(line);
-      return false;
-    }
-    const std::size_t space = line.rfind(' ');
-    const std::string key = space == std::string::npos ? line : line.substr(space + 1);
-    symbolTable[key] = text;
-    prevLine = line;
-  }
-
-  if (!exeAddrFound) {
-    std::cout << "addrExe not found" << std::flush;
+  LineStep step = LineStep::next;
+  while (step == LineStep::next && readTextLine(map, line)) step = scanLine(line, scan, header);
+  if (step == LineStep::failed) return false;
+  if (!scan.exeAddrFound) {
+    consolePrint("addrExe not found"); // deliberately without a line end
     return false;
   }
-  for (const WantedSymbol& symbol : wantedSymbols) {
-    const auto found = symbolTable.find(symbol.name);
-    if (found == symbolTable.end()) {
-      std::cout << "func " << symbol.name << " not found" << std::endl;
-      return false;
-    }
-    std::cout << symbol.name << ": " << found->second << std::endl;
-    writeLe32(header + symbol.offset, hexValue(found->second));
-  }
-  return true;
+  return storeWantedSymbols(scan, header);
 }

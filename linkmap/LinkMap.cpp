@@ -12,6 +12,33 @@ uint32_t position(std::string::size_type pos) {
   return pos == std::string::npos ? notFound : static_cast<uint32_t>(pos);
 }
 
+// Widens a short low group: zeros go in after "0x" and three digits, whatever the
+// length of the high group. A text too short to reach that place gets its zeros
+// at its end instead.
+void widen(std::string& address) {
+  while (address.size() < 9) {
+    const std::size_t at = address.size() < 5 ? address.size() : 5;
+    address.insert(at, 1, '0');
+  }
+}
+
+// The name of a symbol line. A line that begins with a tab or a blank carries the
+// address of the remembered name; false when the line holds neither a tab nor a
+// blank, which ends the reading of the map.
+bool symbolName(const std::string& line, const std::string& previous, std::string& name) {
+  const uint32_t tab = position(line.find('\t'));
+  const uint32_t blank = position(line.find(' '));
+  if (tab == 0 || blank == 0) {
+    name = previous;
+    return true;
+  }
+  // A tab ends the name one character early; that is how the maps are read.
+  const uint32_t length = (blank - 1u < tab) ? blank : tab - 1u;
+  if (length > line.size()) return false;
+  name = line.substr(0, length);
+  return true;
+}
+
 } // namespace
 
 std::string linkMapAddress(const std::string& line) {
@@ -34,12 +61,7 @@ std::string linkMapAddress(const std::string& line) {
     else
       address += line.substr(q + 1, end - q - 1);
   }
-  // Widen a short low group: zeros go in after "0x" and three digits. A text too
-  // short to reach that place gets its zeros at its end instead.
-  while (address.size() < 9) {
-    const std::size_t at = address.size() < 5 ? address.size() : 5;
-    address.insert(at, 1, '0');
-  }
+  widen(address);
   return address;
 }
 
@@ -47,25 +69,13 @@ void readLinkMap(std::istream& in, LinkMap& table) {
   std::string previous;
   std::string line;
   while (readTextLine(in, line)) {
-    const uint32_t n = static_cast<uint32_t>(line.size());
-    if (n < 4 || line.find("0x80") == std::string::npos) {
+    if (line.size() < 4 || line.find("0x80") == std::string::npos) {
       previous = line;
       continue;
     }
-    const std::string address = linkMapAddress(line);
-
-    const uint32_t tab = position(line.find('\t'));
-    const uint32_t blank = position(line.find(' '));
     std::string name;
-    if (tab == 0 || blank == 0) {
-      name = previous;
-    } else {
-      // A tab ends the name one character early; that is how the maps are read.
-      const uint32_t length = (blank - 1u < tab) ? blank : tab - 1u;
-      if (length > n) return; // neither tab nor blank: the rest of the map is ignored
-      name = line.substr(0, length);
-    }
-    table[name] = address;
+    if (!symbolName(line, previous, name)) return; // the rest of the map is ignored
+    table[name] = linkMapAddress(line);
     previous = name;
   }
 }

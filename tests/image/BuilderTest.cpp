@@ -1,5 +1,6 @@
 #include "image/AelfImage.h"
 #include "image/Builder.h"
+#include "linkmap/Rewriter.h"
 #include "tests/image/AelfBytes.h"
 #include "tests/linkmap/TestFiles.h"
 
@@ -26,15 +27,16 @@ std::string configTemplate() {
   return cfg;
 }
 
+// The builder's inputs, under the names of the start screen's fixed paths.
 struct Inputs {
-  std::string dir = testFolder();
+  std::string dir;
   std::string map = dir + "__output__.map";
   std::string cfg = dir + "test.cpp_CFG.bin";
   std::string object = dir + "__target_out__.o";
   std::string res = dir + "test.cpp_RES.bin";
   std::string out = dir + "project.alf";
 
-  Inputs() {
+  explicit Inputs(const std::string& folder = testFolder()) : dir(folder) {
     writeFile(map, mapText());
     writeFile(cfg, configTemplate());
     writeFile(object, pattern(0x6000, 11));
@@ -126,14 +128,6 @@ TEST(Builder, MissingInputsKeepAnEarlierOutput) {
   }
 }
 
-TEST(Builder, OutputThatCannotBeCreated) {
-  Inputs in;
-  in.out = in.dir + "no/such/folder/project.alf";
-  std::string console;
-  EXPECT_FALSE(in.build(&console));
-  EXPECT_EQ(console, (std::string(successConsole) + "Can't create output file '" + in.out + "'\n"));
-}
-
 TEST(Builder, ShortAndOversizedInputsAreRefused) {
   {
     Inputs in;
@@ -185,4 +179,128 @@ TEST(Builder, MapLineWithoutAddressIsAReportedFailure) {
   EXPECT_FALSE(in.build(&console));
   EXPECT_EQ(console, ("map line without address: no symbol line before '.bss 0x20000000'\n"));
   EXPECT_EQ(readFile(in.out), "earlier image");
+}
+
+// The outputs of both toolchain jobs: where they cannot be written, links, and
+// what a killed run left behind. Each job runs on inputs in `dir` and writes `out`.
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string runBuild(const std::string& dir, const std::string& out) {
+  Inputs in(dir);
+  in.out = out;
+  std::string console;
+  in.build(&console);
+  return console;
+}
+
+void writeRewriteInputs(const std::string& dir) {
+  writeFile(dir + "funcList.txt", "loop\n");
+  writeFile(dir + "out.map", "loop 0x800'f4 Code\n");
+  writeFile(dir + "target.ld", "1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n11\n12\n");
+}
+
+std::string runRewrite(const std::string& dir, const std::string& out) {
+  writeRewriteInputs(dir);
+  startCapture();
+  rewriteLinkerScript(dir + "funcList.txt", dir + "out.map", dir + "target.ld", out);
+  return endCapture();
+}
+
+// False where the system lets no test make symbolic links (Windows without the right).
+bool makeLink(const std::string& target, const std::string& link) {
+  std::error_code error;
+  fs::create_symlink(target, link, error);
+  return !error;
+}
+
+struct Job {
+  const char* name;
+  std::string (*run)(const std::string& dir, const std::string& out);
+  std::string (*refusal)(const std::string& out); // the whole console when `out` cannot be created
+};
+
+const Job jobs[] = {
+    // The builder creates its output only after reading every input and reporting the symbols.
+    {"build", runBuild,
+     [](const std::string& out) { return successConsole + ("Can't create output file '" + out + "'\n"); }},
+    {"rewrite", runRewrite, [](const std::string&) { return std::string("target_out file not open \n"); }},
+};
+
+} // namespace
+
+TEST(BuilderAndRewriterOutput, PlaceThatCannotBeWrittenIsReportedAtTheOutputStep) {
+  for (const Job& job : jobs) {
+    const std::string dir = testFolder();
+    fs::create_directory(dir + "folder");
+    for (const std::string& out : {dir + "missing/out", dir + "folder"}) {
+      EXPECT_EQ(job.run(dir, out), job.refusal(out)) << job.name;
+      EXPECT_FALSE(fileExists(out + ".part")) << job.name;
+    }
+    EXPECT_TRUE(fs::is_empty(dir + "folder")) << job.name;
+  }
+}
+
+TEST(BuilderAndRewriterOutput, LinkStaysALinkAndItsTargetGetsTheContent) {
+  for (const Job& job : jobs) {
+    for (const bool targetExists : {true, false}) {
+      const std::string dir = testFolder();
+      job.run(dir, dir + "plain");
+      fs::create_directory(dir + "real");
+      if (targetExists) writeFile(dir + "real/out", "earlier output");
+      if (!makeLink("real/out", dir + "link")) GTEST_SKIP() << "symbolic links cannot be made here";
+      job.run(dir, dir + "link");
+      EXPECT_TRUE(fs::is_symlink(dir + "link")) << job.name;
+      EXPECT_EQ(fs::read_symlink(dir + "link"), "real/out") << job.name;
+      EXPECT_EQ(readFile(dir + "real/out"), readFile(dir + "plain")) << job.name;
+      EXPECT_FALSE(fileExists(dir + "link.part") || fileExists(dir + "real/out.part")) << job.name;
+    }
+  }
+}
+
+TEST(BuilderAndRewriterOutput, TemporaryLeftByAKilledRunDoesNotBlock) {
+  using Leftover = void (*)(const std::string& dir, const std::string& temporary);
+  const Leftover leftovers[] = {
+      [](const std::string&, const std::string& temporary) { writeFile(temporary, std::string(100000, 'x')); },
+      [](const std::string&, const std::string& temporary) { fs::create_directory(temporary); },
+      // A link under the temporary's name must not redirect the bytes.
+      [](const std::string& dir, const std::string& temporary) {
+        writeFile(dir + "other", "other file");
+        makeLink(dir + "other", temporary);
+      },
+  };
+  for (const Job& job : jobs) {
+    for (const Leftover leave : leftovers) {
+      const std::string dir = testFolder();
+      job.run(dir, dir + "plain");
+      leave(dir, dir + "out.part");
+      job.run(dir, dir + "out");
+      EXPECT_EQ(readFile(dir + "out"), readFile(dir + "plain")) << job.name;
+      EXPECT_FALSE(fs::exists(fs::symlink_status(dir + "out.part"))) << job.name;
+      if (fileExists(dir + "other")) {
+        EXPECT_EQ(readFile(dir + "other"), "other file") << job.name;
+      }
+    }
+  }
+}
+
+TEST(BuilderAndRewriterDefaults, BothJobsWorkOnTheFilesTwoFoldersUp) {
+  const std::string dir = testFolder();
+  Inputs in(dir);
+  writeRewriteInputs(dir);
+  fs::create_directories(dir + "a/b");
+  const fs::path previous = fs::current_path();
+  fs::current_path(dir + "a/b");
+  const AelfBuildPaths& build = defaultAelfBuildPaths;
+  const RewritePaths& rewrite = defaultRewritePaths;
+  startCapture();
+  const bool built = buildAelf(build.map, build.cfg, build.object, build.res, build.output);
+  const RewriteResult rewritten = rewriteLinkerScript(rewrite.funcList, rewrite.map, rewrite.script);
+  endCapture();
+  fs::current_path(previous);
+  EXPECT_TRUE(built);
+  EXPECT_EQ(readFile(in.out).size(), 4u + 64 + 0x1A2C + 777);
+  EXPECT_EQ(rewritten, RewriteResult::Written);
+  EXPECT_EQ(readFile(dir + "target_out.ld"), textLines("1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n11\nloop = 0x80000f4;\n12\n"));
 }
