@@ -1,5 +1,7 @@
 // qmload-sim: a simulated device on a pseudo-terminal. See SimDevice.h for the
 // timing, Faults.h for the faults, RequestParser.h for how requests are framed.
+#include "base/AtomicFile.h"
+#include "base/Wire.h"
 #include "sim/PtyLine.h"
 #include "sim/RequestParser.h"
 #include "sim/SimDevice.h"
@@ -41,15 +43,10 @@ private:
 
 // Writes the flash to path through a temporary file, so readers never see half of it.
 bool writeDump(const std::string& path, const std::vector<std::uint8_t>& flash) {
-  const std::string tmp = path + ".tmp";
-  std::FILE* f = std::fopen(tmp.c_str(), "wb");
-  if (!f) return false;
-  const bool ok = std::fwrite(flash.data(), 1, flash.size(), f) == flash.size();
-  if (std::fclose(f) != 0 || !ok) {
-    std::remove(tmp.c_str());
-    return false;
-  }
-  return std::rename(tmp.c_str(), path.c_str()) == 0;
+  AtomicFile out;
+  if (!out.open(path, true)) return false;
+  out.stream().write(reinterpret_cast<const char*>(flash.data()), static_cast<std::streamsize>(flash.size()));
+  return out.commit();
 }
 
 void dumpFlash(const SimOptions& opt, SimDevice& device, const Log& log) {
@@ -159,7 +156,7 @@ int main(int argc, char** argv) {
       continue;
     }
     // A partial request followed by silence of 50 ms (or 20 byte times) is dropped.
-    const std::int64_t silenceUs = std::max<std::int64_t>(50000, wireTimeUs(20, hostBaud));
+    const std::int64_t silenceUs = std::max<std::int64_t>(50000, wireTime(20, hostBaud).count());
     const std::size_t droppedBefore = parser.droppedBytes();
     const auto frames = parser.feed(chunk, n, arrived, silenceUs);
     if (parser.droppedBytes() != droppedBefore)
