@@ -12,18 +12,18 @@
 namespace {
 
 struct BuildOptions {
-  std::string map = "./../../__output__.map";
-  std::string cfg = "./../../test.cpp_CFG.bin";
-  std::string object = "./../../__target_out__.o";
-  std::string res = "./../../test.cpp_RES.bin";
-  std::string output = "./../../project.alf";
+  std::string map = defaultAelfBuildPaths.map;
+  std::string cfg = defaultAelfBuildPaths.cfg;
+  std::string object = defaultAelfBuildPaths.object;
+  std::string res = defaultAelfBuildPaths.res;
+  std::string output = defaultAelfBuildPaths.output;
 };
 
 struct RewriteOptions {
-  std::string funcs = "./../../funcList.txt";
-  std::string map = "./../../out.map";
-  std::string script = "./../../target.ld";
-  std::string output = "./../../target_out.ld";
+  std::string funcs = defaultRewritePaths.funcList;
+  std::string map = defaultRewritePaths.map;
+  std::string script = defaultRewritePaths.script;
+  std::string output = defaultRewritePaths.output;
 };
 
 struct InfoOptions {
