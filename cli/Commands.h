@@ -3,5 +3,7 @@
 // here. A subcommand's callback stores the process exit code in exitCode.
 #include <CLI/CLI.hpp>
 
-void addToolchainCommands(CLI::App& app, int& exitCode);
-void addDeviceCommands(CLI::App& app, int& exitCode);
+#include "cli/ExitCode.h"
+
+void addToolchainCommands(CLI::App& app, ExitCode& exitCode);
+void addDeviceCommands(CLI::App& app, ExitCode& exitCode);

@@ -1,7 +1,7 @@
 // qmload-cli device commands: ports, identify, flash.
 //
-// Exit codes: 0 success, 1 device error (not found, no response, refused block,
-// port lost), 2 usage, 3 image error, 130 interrupted.
+// The lower layers' console messages go to stderr, or with --json become "log"
+// events on stdout, so that with --json every line of stdout is one JSON object.
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -9,8 +9,10 @@
 #include <thread>
 #include <vector>
 
+#include "base/Console.h"
 #include "cli/Commands.h"
 #include "cli/FlashJob.h"
+#include "cli/JsonLine.h"
 #include "cli/PortInfo.h"
 #include "cli/Progress.h"
 #include "device/FlashSequencer.h"
@@ -18,8 +20,6 @@
 #include "serial/SerialPort.h"
 
 namespace {
-
-enum ExitCode { ExitOk = 0, ExitDevice = 1, ExitUsage = 2, ExitImage = 3, ExitInterrupted = 130 };
 
 std::atomic<bool> gCancel{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "the cancel flag is set from a signal handler");
@@ -31,6 +31,27 @@ void catchInterrupts() {
   std::signal(SIGINT, onInterrupt);
   std::signal(SIGTERM, onInterrupt);
 }
+
+// Routes the console messages to a Progress while a command runs.
+class ConsoleToProgress {
+public:
+  explicit ConsoleToProgress(Progress& progress)
+      : before_(
+            setConsoleSink([&progress](std::string_view text, std::string_view port) { progress.log(text, port); })) {}
+  ~ConsoleToProgress() { setConsoleSink(std::move(before_)); }
+  ConsoleToProgress(const ConsoleToProgress&) = delete;
+  ConsoleToProgress& operator=(const ConsoleToProgress&) = delete;
+
+private:
+  ConsoleSink before_;
+};
+
+// identify prints its own result: the job reports nothing while it runs.
+class SilentReporter : public JobReporter {
+public:
+  void found(const std::string&, const std::string&, std::uint32_t) override {}
+  void progress(const std::string&, std::uint64_t, std::uint64_t) override {}
+};
 
 struct DeviceOptions {
   std::vector<std::string> ports;
@@ -70,17 +91,16 @@ bool jobTemplate(const DeviceOptions& o, DeviceJob& job) {
   return true;
 }
 
-int runPorts(bool json) {
+ExitCode runPorts(bool json) {
+  Progress log(ProgressOptions{json, true, false});
+  ConsoleToProgress route(log);
   SerialPort probe;
   std::vector<std::string> names;
   probe.listPorts(names);
   if (json) {
-    std::string out = "[";
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      if (i) out += ",";
-      out += "{\"port\":" + jsonString(names[i]) + ",\"description\":" + jsonString(describePort(names[i])) + "}";
-    }
-    std::printf("%s]\n", out.c_str());
+    Json list = Json::array();
+    for (const auto& name : names) list.push_back(Json{{"port", name}, {"description", describePort(name)}});
+    printJsonLine(list);
   } else if (names.empty()) {
     std::printf("no serial ports\n");
   } else {
@@ -92,32 +112,32 @@ int runPorts(bool json) {
   return ExitOk;
 }
 
-int runIdentify(const DeviceOptions& o) {
+ExitCode runIdentify(const DeviceOptions& o) {
   DeviceJob job;
   if (!jobTemplate(o, job)) return ExitUsage;
   job.port = o.ports.front();
   catchInterrupts();
-  Progress quiet(ProgressOptions{false, true, false});
-  const JobResult r = runDeviceJob(job, quiet);
-  if (r.exitCode == JobCancelled) {
+  Progress log(ProgressOptions{o.json, true, false});
+  ConsoleToProgress route(log);
+  SilentReporter silent;
+  const JobResult r = runDeviceJob(job, silent);
+  if (r.exitCode == ExitInterrupted) {
     std::fprintf(stderr, "Cancelled\n");
     return ExitInterrupted;
   }
-  if (r.exitCode != JobOk) {
-    if (o.json)
-      std::printf("{\"port\":%s,\"error\":%s}\n", jsonString(job.port).c_str(), jsonString(r.message).c_str());
+  if (r.exitCode != ExitOk) {
+    if (o.json) printJsonLine(Json{{"port", job.port}, {"error", r.message}});
     std::fprintf(stderr, "%s\n", r.message.c_str());
-    return ExitDevice;
+    return ExitFailed;
   }
   if (o.json)
-    std::printf("{\"port\":%s,\"id\":%s,\"baud\":%u}\n", jsonString(job.port).c_str(), jsonString(r.identity).c_str(),
-                static_cast<unsigned>(r.baud));
+    printJsonLine(Json{{"port", job.port}, {"id", r.identity}, {"baud", r.baud}});
   else
     std::printf("%s at %u baud\n", r.identity.c_str(), static_cast<unsigned>(r.baud));
   return ExitOk;
 }
 
-int runFlash(const DeviceOptions& o) {
+ExitCode runFlash(const DeviceOptions& o) {
   DeviceJob base;
   if (!jobTemplate(o, base)) return ExitUsage;
   for (std::size_t i = 0; i < o.ports.size(); ++i)
@@ -130,15 +150,14 @@ int runFlash(const DeviceOptions& o) {
   AelfImage image;
   if (readAelfImage(o.image, image) != aelfOk) {
     std::fflush(stdout); // the reader has said why
-    if (o.json)
-      std::printf("{\"event\":\"error\",\"port\":null,\"message\":%s}\n",
-                  jsonString("Can't read image " + o.image).c_str());
+    if (o.json) printJsonLine(Json{{"event", "error"}, {"port", nullptr}, {"message", "Can't read image " + o.image}});
     return ExitImage;
   }
   base.image = &image;
 
   catchInterrupts();
   Progress progress(ProgressOptions{o.json, o.quiet, !o.quiet && stderrIsTerminal()});
+  ConsoleToProgress route(progress);
   std::vector<JobResult> results(o.ports.size());
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < o.ports.size(); ++i) {
@@ -146,7 +165,7 @@ int runFlash(const DeviceOptions& o) {
       DeviceJob job = base;
       job.port = o.ports[i];
       results[i] = runDeviceJob(job, progress);
-      if (results[i].exitCode == JobOk)
+      if (results[i].exitCode == ExitOk)
         progress.done(job.port, results[i].seconds, results[i].bytes);
       else
         progress.error(job.port, results[i].message);
@@ -158,10 +177,10 @@ int runFlash(const DeviceOptions& o) {
   bool allOk = true, cancelled = false;
   for (std::size_t i = 0; i < results.size(); ++i) {
     const JobResult& r = results[i];
-    allOk = allOk && r.exitCode == JobOk;
-    cancelled = cancelled || r.exitCode == JobCancelled;
+    allOk = allOk && r.exitCode == ExitOk;
+    cancelled = cancelled || r.exitCode == ExitInterrupted;
     if (o.json) continue;
-    if (r.exitCode == JobOk) {
+    if (r.exitCode == ExitOk) {
       if (!o.quiet) {
         const double rate = r.seconds > 0 ? static_cast<double>(r.bytes) / 1024.0 / r.seconds : 0;
         std::printf("%s: ok %s, %llu bytes in %.2f s (%.1f KiB/s)\n", o.ports[i].c_str(), r.identity.c_str(),
@@ -173,12 +192,12 @@ int runFlash(const DeviceOptions& o) {
   }
   std::fflush(stdout);
   if (cancelled || gCancel.load()) return ExitInterrupted;
-  return allOk ? ExitOk : ExitDevice;
+  return allOk ? ExitOk : ExitFailed;
 }
 
 } // namespace
 
-void addDeviceCommands(CLI::App& app, int& exitCode) {
+void addDeviceCommands(CLI::App& app, ExitCode& exitCode) {
   static DeviceOptions portsOpt, identifyOpt, flashOpt;
 
   CLI::App* ports = app.add_subcommand("ports", "List the serial ports");

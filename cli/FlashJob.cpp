@@ -78,7 +78,7 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
       const DiscoveryOutcome o = stepDiscovery(s, link, policy);
       if (o == DiscoveryOutcome::Found) break;
       if (o == DiscoveryOutcome::Cancelled) {
-        result.exitCode = JobCancelled;
+        result.exitCode = ExitInterrupted;
         result.message = "Cancelled";
         return finish(result);
       }
@@ -98,32 +98,32 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
   result.baud = kLadderBauds[s.answeredBaudIndex];
   reporter.found(job.port, result.identity, result.baud);
   if (!job.image) {
-    result.exitCode = JobOk;
+    result.exitCode = ExitOk;
     return finish(result);
   }
 
   const auto started = Clock::now();
-  beginFlush(s, link, *job.image, policy);
+  beginFlash(s, link, *job.image, policy);
   for (;;) {
-    const FlushOutcome o = stepFlush(s, link, policy);
+    const FlashOutcome o = stepFlash(s, link, policy);
     switch (o.kind) {
-    case FlushKind::Waiting: waiter.wait(); continue;
-    case FlushKind::Progressed:
+    case FlashKind::Waiting: waiter.wait(); continue;
+    case FlashKind::Progressed:
       reporter.progress(job.port, s.progress < s.total ? s.progress : s.total, s.total);
       continue;
-    case FlushKind::Done:
-      result.exitCode = JobOk;
+    case FlashKind::Done:
+      result.exitCode = ExitOk;
       result.seconds = std::chrono::duration<double>(Clock::now() - started).count();
       result.bytes = s.total;
       reporter.progress(job.port, s.total, s.total);
       return finish(result);
-    case FlushKind::Refused: result.message = refusalText(o.address); return finish(result);
-    case FlushKind::Failed: result.message = o.message; return finish(result);
-    case FlushKind::Cancelled:
-      result.exitCode = JobCancelled;
+    case FlashKind::Refused: result.message = refusalText(o.address); return finish(result);
+    case FlashKind::Failed: result.message = o.message; return finish(result);
+    case FlashKind::Cancelled:
+      result.exitCode = ExitInterrupted;
       result.message = "Cancelled";
       return finish(result);
-    case FlushKind::PopupRaised: // not with the command line's policy
+    case FlashKind::PopupRaised: // not with the command line's policy
       result.message = "Device not response";
       return finish(result);
     }

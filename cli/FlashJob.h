@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "cli/ExitCode.h"
 #include "device/DeviceSession.h"
 #include "image/AelfImage.h"
 
@@ -26,14 +27,12 @@ public:
   virtual void progress(const std::string& port, std::uint64_t done, std::uint64_t total) = 0;
 };
 
-enum JobExit { JobOk = 0, JobDeviceError = 1, JobCancelled = 130 };
-
 struct JobResult {
-  int exitCode = JobDeviceError;
-  std::string message;    // why it failed
-  std::string identity;   // "0x%08x-%08x-%08x" of the device found or addressed
-  std::uint32_t baud = 0; // where the device answered
-  double seconds = 0;     // of the flash proper (Start to Finish answered)
+  ExitCode exitCode = ExitFailed; // ExitOk, ExitFailed or ExitInterrupted
+  std::string message;            // why it failed
+  std::string identity;           // "0x%08x-%08x-%08x" of the device found or addressed
+  std::uint32_t baud = 0;         // where the device answered
+  double seconds = 0;             // of the flash proper (Start to Finish answered)
   std::uint64_t bytes = 0;
   std::uint32_t strayReplies = 0;
 };

@@ -1,16 +1,8 @@
 #include "cli/PortInfo.h"
 
-#include <climits>
-#include <cstdlib>
-#include <unistd.h>
+#include "serial/FileLink.h"
 
 namespace {
-
-std::string readLink(const std::string& path) {
-  char target[PATH_MAX];
-  const ssize_t n = readlink(path.c_str(), target, sizeof target - 1);
-  return n > 0 ? std::string(target, static_cast<std::size_t>(n)) : std::string();
-}
 
 std::string baseName(const std::string& path) {
   const auto slash = path.find_last_of('/');
@@ -19,6 +11,8 @@ std::string baseName(const std::string& path) {
 
 } // namespace
 
+// A link (the simulator's) is described by its target; a real device by the driver
+// that sysfs names for it.
 std::string describePort(const std::string& name) {
   const std::string target = readLink(name);
   if (target.rfind("/dev/pts/", 0) == 0) return "pseudo-terminal " + target + " (simulated device)";

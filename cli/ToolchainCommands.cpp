@@ -31,7 +31,7 @@ struct InfoOptions {
   std::string image;
 };
 
-void addBuildAelf(CLI::App& app, int& exitCode) {
+void addBuildAelf(CLI::App& app, ExitCode& exitCode) {
   auto options = std::make_shared<BuildOptions>();
   CLI::App* cmd = app.add_subcommand(
       "build-aelf", "Build an AELF image from the link map, configuration template, flat flash image and resources");
@@ -41,11 +41,12 @@ void addBuildAelf(CLI::App& app, int& exitCode) {
   cmd->add_option("--res", options->res, "resource blob")->capture_default_str();
   cmd->add_option("-o,--output", options->output, "AELF image to write")->capture_default_str();
   cmd->callback([options, &exitCode] {
-    exitCode = buildAelf(options->map, options->cfg, options->object, options->res, options->output) ? 0 : 1;
+    exitCode =
+        buildAelf(options->map, options->cfg, options->object, options->res, options->output) ? ExitOk : ExitFailed;
   });
 }
 
-void addRewriteLd(CLI::App& app, int& exitCode) {
+void addRewriteLd(CLI::App& app, ExitCode& exitCode) {
   auto options = std::make_shared<RewriteOptions>();
   CLI::App* cmd =
       app.add_subcommand("rewrite-ld", "Write the linker script with the addresses of the listed functions");
@@ -56,14 +57,14 @@ void addRewriteLd(CLI::App& app, int& exitCode) {
   cmd->add_option("-o,--output", options->output, "linker script to write")->capture_default_str();
   cmd->callback([options, &exitCode] {
     switch (rewriteLinkerScript(options->funcs, options->map, options->script, options->output)) {
-    case RewriteResult::Written: exitCode = 0; break;
-    case RewriteResult::WrittenSomeMissing: exitCode = 3; break;
-    case RewriteResult::NotWritten: exitCode = 1; break;
+    case RewriteResult::Written: exitCode = ExitOk; break;
+    case RewriteResult::WrittenSomeMissing: exitCode = ExitSomeMissing; break;
+    case RewriteResult::NotWritten: exitCode = ExitFailed; break;
     }
   });
 }
 
-void addInfo(CLI::App& app, int& exitCode) {
+void addInfo(CLI::App& app, ExitCode& exitCode) {
   auto options = std::make_shared<InfoOptions>();
   CLI::App* cmd = app.add_subcommand("info", "Show the header and segments of an AELF image");
   cmd->add_flag("--json", options->json, "print one JSON object");
@@ -73,7 +74,7 @@ void addInfo(CLI::App& app, int& exitCode) {
 
 } // namespace
 
-void addToolchainCommands(CLI::App& app, int& exitCode) {
+void addToolchainCommands(CLI::App& app, ExitCode& exitCode) {
   addBuildAelf(app, exitCode);
   addRewriteLd(app, exitCode);
   addInfo(app, exitCode);

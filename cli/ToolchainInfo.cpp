@@ -1,5 +1,6 @@
 #include "cli/ToolchainInfo.h"
 
+#include "cli/JsonLine.h"
 #include "image/AelfImage.h"
 
 #include <cstdio>
@@ -26,14 +27,12 @@ const Field fields[] = {
 const char* const segmentNames[] = {"program", "resources", "header"};
 
 void printJson(const uint8_t* header, const AelfImage& image) {
-  std::printf("{");
-  for (const Field& field : fields)
-    std::printf("\"%s\": %u, ", field.name, static_cast<unsigned>(readLe32(header + field.offset)));
-  std::printf("\"segments\": [");
-  for (int i = 0; i < 3; ++i)
-    std::printf("%s{\"address\": %u, \"size\": %u}", i ? ", " : "", static_cast<unsigned>(image.segments[i].address),
-                static_cast<unsigned>(image.segments[i].size));
-  std::printf("]}\n");
+  Json info;
+  for (const Field& field : fields) info[field.name] = readLe32(header + field.offset);
+  Json& segments = info["segments"] = Json::array();
+  for (const AelfSegment& segment : image.segments)
+    segments.push_back({{"address", segment.address}, {"size", segment.size}});
+  printJsonLine(info);
 }
 
 void printTable(const uint8_t* header, const AelfImage& image) {
@@ -49,14 +48,14 @@ void printTable(const uint8_t* header, const AelfImage& image) {
 
 } // namespace
 
-int printAelfInfo(const std::string& path, bool json) {
+ExitCode printAelfInfo(const std::string& path, bool json) {
   AelfImage image;
-  if (readAelfImage(path, image) != aelfOk) return 1;
+  if (readAelfImage(path, image) != aelfOk) return ExitFailed;
   const uint8_t* header = image.segments[2].data;
   if (json)
     printJson(header, image);
   else
     printTable(header, image);
   std::fflush(stdout);
-  return 0;
+  return ExitOk;
 }

@@ -6,7 +6,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "qmload-cli 1.0.0");
   app.require_subcommand(1);
 
-  int exitCode = 0;
+  ExitCode exitCode = ExitOk;
   addToolchainCommands(app, exitCode);
   addDeviceCommands(app, exitCode);
 
@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
     return app.exit(e); // --help and --version
   } catch (const CLI::ParseError& e) {
     app.exit(e);
-    return 2; // every usage error, whatever CLI11's own code for it
+    return ExitUsage; // every usage error, whatever CLI11's own code for it
   }
   return exitCode;
 }

@@ -1,7 +1,7 @@
-# GoogleTest and CLI11 come from Debian's packages. For the Windows cross-build
-# GoogleTest is compiled from Debian's source copy in /usr/src/googletest, and the
-# header-only CLI11 is reached through a link in the build tree so that the
-# cross-compiler never sees the rest of /usr/include.
+# GoogleTest, CLI11 and nlohmann-json come from Debian's packages. For the Windows
+# cross-build GoogleTest is compiled from Debian's source copy in /usr/src/googletest,
+# and the header-only CLI11 and nlohmann-json are reached through links in the build
+# tree so that the cross-compiler never sees the rest of /usr/include.
 
 if(QMLOAD_TESTS)
   if(CMAKE_CROSSCOMPILING)
@@ -31,13 +31,22 @@ if(QMLOAD_TESTS)
   endif()
 endif()
 
-set(QMLOAD_CLI11_DIR ${CMAKE_BINARY_DIR}/cli11-include)
-if(NOT EXISTS ${QMLOAD_CLI11_DIR}/CLI)
-  file(MAKE_DIRECTORY ${QMLOAD_CLI11_DIR})
-  file(CREATE_LINK /usr/include/CLI ${QMLOAD_CLI11_DIR}/CLI SYMBOLIC)
-endif()
-add_library(cli11 INTERFACE)
-target_include_directories(cli11 SYSTEM INTERFACE ${QMLOAD_CLI11_DIR})
+# A header-only library in /usr/include/FOLDER as an interface target whose include
+# root holds nothing but a link to that folder.
+function(qmload_header_library target folder)
+  set(root ${CMAKE_BINARY_DIR}/${target}-include)
+  if(NOT EXISTS /usr/include/${folder})
+    message(FATAL_ERROR "/usr/include/${folder} is missing (install it with: bash scripts/setup.sh)")
+  endif()
+  if(NOT EXISTS ${root}/${folder})
+    file(MAKE_DIRECTORY ${root})
+    file(CREATE_LINK /usr/include/${folder} ${root}/${folder} SYMBOLIC)
+  endif()
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE ${root})
+endfunction()
+qmload_header_library(cli11 CLI)
+qmload_header_library(nlohmann_json nlohmann)
 
 # Nuklear headers are fetched by scripts/fetch-nuklear.sh into .deps/nuklear.
 set(QMLOAD_NUKLEAR_DIR ${CMAKE_SOURCE_DIR}/.deps/nuklear)

@@ -7,12 +7,12 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 packages=(
   build-essential cmake ninja-build pkg-config git
-  libgtest-dev libgmock-dev googletest libcli11-dev
+  libgtest-dev libgmock-dev googletest libcli11-dev nlohmann-json3-dev
   libglfw3-dev libgl1-mesa-dev libgl1-mesa-dri xvfb xdotool x11-apps imagemagick
   fonts-liberation
   g++-mingw-w64-x86-64-posix wine wine64
   clang libclang-rt-14-dev llvm
-  dpkg-dev xz-utils ca-certificates
+  dpkg-dev xz-utils ca-certificates python3
 )
 
 sudo_cmd=()

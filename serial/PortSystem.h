@@ -1,6 +1,6 @@
 #pragma once
 // The operating-system half of SerialPort: one implementation per platform
-// (serial_win32.cpp / serial_posix.cpp, ports_win32.cpp / ports_posix.cpp).
+// (serial_win32.cpp / serial_linux.cpp, ports_win32.cpp / ports_linux.cpp).
 #include <cstddef>
 #include <cstdint>
 #include <string>

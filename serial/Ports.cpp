@@ -1,7 +1,7 @@
 // Port enumeration shared by all platforms; the platform supplies the scan.
-#include <cstdio>
 #include <cstdlib>
 
+#include "base/Console.h"
 #include "serial/PortSystem.h"
 #include "serial/SerialPort.h"
 
@@ -24,10 +24,7 @@ bool SerialPort::findPort() {
 
 std::uint32_t SerialPort::printPorts() {
   const portsys::PortScan scan = portsys::scanPorts();
-  for (const auto& name : scan.names) {
-    std::printf("%s", name.c_str());
-    std::putchar('\n');
-  }
-  std::fflush(stdout);
+  // The name and its line end are one message, so that a sink sees whole lines.
+  for (const auto& name : scan.names) consolePrint(name + "\n", name);
   return scan.scanned;
 }

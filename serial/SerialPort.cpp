@@ -1,24 +1,14 @@
 #include "serial/SerialPort.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
+#include "base/Console.h"
 #include "serial/PortSystem.h"
 
+// Each message keeps its fixed route: texts ending in "\r" go through consolePuts
+// (which adds the LF), texts ending in "\r\n" through consolePrint.
 namespace {
-
-// Two console routes: texts ending in "\r" go through puts (which adds the LF),
-// texts ending in "\r\n" through printf. Every line is flushed.
-void putsLine(const char* text) {
-  std::puts(text);
-  std::fflush(stdout);
-}
-
-void printText(const char* text) {
-  std::printf("%s", text);
-  std::fflush(stdout);
-}
 
 const char* const kNotOpen = "com port is not open!\r";
 const char* const kDataBits = "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n";
@@ -40,7 +30,7 @@ SerialPort::SerialPort(std::uint32_t baud, std::uint32_t parity, std::uint8_t da
   if (findPort())
     open(std::string(foundPortName_), baud, parity, dataBits, stopBits);
   else
-    printText("Error: port is not found!\r\n");
+    consolePrint("Error: port is not found!\r\n");
 }
 
 SerialPort::~SerialPort() { close(); }
@@ -56,7 +46,7 @@ bool SerialPort::open(const std::string& name, std::uint32_t baud) {
 bool SerialPort::open(std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits, std::uint32_t stopBits) {
   close();
   if (!findPort()) {
-    putsLine("Error: port is not found!\r");
+    consolePuts("Error: port is not found!\r");
     return false;
   }
   return open(std::string(foundPortName_), baud, parity, dataBits, stopBits);
@@ -69,17 +59,17 @@ bool SerialPort::open(const std::string& name, std::uint32_t baud, std::uint32_t
 
   // Settings the line cannot take are refused before the device is touched.
   if (dataBits < 5 || dataBits > 8) {
-    printText(kDataBits);
+    consolePrint(kDataBits, portName_);
     return false;
   }
   if (stopBits == StopTwo && dataBits == 5) {
     // Same text as above on purpose: this is the message users know for it.
-    printText(kDataBits);
+    consolePrint(kDataBits, portName_);
     return false;
   }
   if (stopBits == StopOneAndHalf && dataBits >= 6) {
-    printText("Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n");
-    printText("as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n");
+    consolePrint("Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n", portName_);
+    consolePrint("as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n", portName_);
     return false;
   }
 
@@ -112,13 +102,13 @@ void SerialPort::purge() {
 
 std::uint32_t SerialPort::read(void* buffer, std::uint32_t size) {
   if (!open_.load()) {
-    putsLine(kNotOpen);
+    consolePuts(kNotOpen, portName_);
     return 0;
   }
   if (portsys::queued(handle_) == 0) return 0;
   std::uint32_t got = 0;
   if (!portsys::readSome(handle_, static_cast<std::uint8_t*>(buffer), size, got)) {
-    putsLine("read error\r");
+    consolePuts("read error\r", portName_);
     return 0;
   }
   return got;
@@ -143,14 +133,14 @@ bool SerialPort::readOne(std::uint8_t& byte, bool& failed) {
 
 std::uint8_t SerialPort::readByte() {
   if (!open_.load()) {
-    putsLine(kNotOpen);
+    consolePuts(kNotOpen, portName_);
     return 0;
   }
   if (!waitForByte()) return 0;
   std::uint8_t byte = 0;
   bool failed = false;
   if (!readOne(byte, failed)) {
-    if (failed) putsLine("read error\r");
+    if (failed) consolePuts("read error\r", portName_);
     return 0;
   }
   return byte;
@@ -166,7 +156,7 @@ bool SerialPort::readByte(std::uint8_t& out) {
 std::string SerialPort::readText(bool (*take)(std::uint8_t byte, std::string& text)) {
   std::string text;
   if (!open_.load()) {
-    printText("com port is not open!\r\n");
+    consolePrint("com port is not open!\r\n", portName_);
     return text;
   }
   while (waitForByte()) {
@@ -174,7 +164,7 @@ std::string SerialPort::readText(bool (*take)(std::uint8_t byte, std::string& te
     bool failed = false;
     if (!readOne(byte, failed)) {
       if (!failed) continue;
-      printText("read error\r\n");
+      consolePrint("read error\r\n", portName_);
       break;
     }
     if (!take(byte, text)) break;
@@ -208,12 +198,12 @@ std::string SerialPort::readWord() {
 
 bool SerialPort::writeChecked(const void* buffer, std::size_t length) {
   if (!open_.load()) {
-    putsLine(kNotOpen);
+    consolePuts(kNotOpen, portName_);
     return false;
   }
   switch (portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length)) {
-  case portsys::WriteResult::writeFailed: putsLine("write error\r"); return false;
-  case portsys::WriteResult::flushFailed: putsLine("write error: FlushFileBuffers\r"); return false;
+  case portsys::WriteResult::writeFailed: consolePuts("write error\r", portName_); return false;
+  case portsys::WriteResult::flushFailed: consolePuts("write error: FlushFileBuffers\r", portName_); return false;
   case portsys::WriteResult::ok: break;
   }
   return true;

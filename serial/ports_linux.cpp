@@ -1,12 +1,14 @@
-// Serial ports on POSIX: the real serial devices that sysfs lists, then the links
+// Serial ports on Linux: the real serial devices that sysfs lists, then the links
 // the device simulator leaves in its folder ($QMLOAD_SIM_DIR, default /tmp/qmload-sim).
 #include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <fstream>
 
+#include "serial/FileLink.h"
 #include "serial/PortSystem.h"
 
 namespace {
@@ -36,14 +38,13 @@ bool isRealSerial(const std::string& ttyDir) {
   return true;
 }
 
-std::string readLink(const std::string& path) {
-  char target[4096];
-  const ssize_t n = readlink(path.c_str(), target, sizeof target - 1);
-  if (n <= 0) return std::string();
-  return std::string(target, static_cast<std::size_t>(n));
-}
-
 } // namespace
+
+std::string readLink(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t n = readlink(path.c_str(), target, sizeof target);
+  return n > 0 ? std::string(target, static_cast<std::size_t>(n)) : std::string();
+}
 
 namespace portsys {
 

@@ -1,4 +1,5 @@
-// Serial line on POSIX: termios raw mode, poll-based reads with a 100 ms gap.
+// Serial line on Linux: termios raw mode (with the Linux CMSPAR for mark and space
+// parity), poll-based reads with a 100 ms gap.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
@@ -8,8 +9,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
+#include "base/Console.h"
 #include "serial/PortSystem.h"
 
 struct PortHandle {
@@ -20,11 +21,6 @@ namespace {
 
 // A read ends when this long passes without a byte.
 constexpr int kReadGapMs = 100;
-
-void printText(const char* text) {
-  std::printf("%s", text);
-  std::fflush(stdout);
-}
 
 bool speedFor(std::uint32_t baud, speed_t& speed) {
   struct Entry {
@@ -77,8 +73,8 @@ void applyLine(termios& t, const portsys::LineSettings& line) {
   t.c_cc[VTIME] = 0;
 }
 
-PortHandle* fail(int fd, const char* text) {
-  printText(text);
+PortHandle* fail(int fd, const char* text, const std::string& name) {
+  consolePrint(text, name);
   ::close(fd);
   return nullptr;
 }
@@ -91,22 +87,22 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
   // O_NONBLOCK so that opening does not wait for a carrier; cleared once configured.
   const int fd = ::open(name.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
-    printText("Error opening port\r\n");
+    consolePrint("Error opening port\r\n", name);
     return nullptr;
   }
   // One user of a port at a time, as on Windows: a second open while the port is
   // held fails like a missing port. (An advisory lock: other programs may ignore it.)
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return fail(fd, "Error opening port\r\n");
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return fail(fd, "Error opening port\r\n", name);
   termios t{};
-  if (tcgetattr(fd, &t) != 0) return fail(fd, "Error opening port: GetCommState\r\n");
+  if (tcgetattr(fd, &t) != 0) return fail(fd, "Error opening port: GetCommState\r\n", name);
   applyLine(t, line);
   speed_t speed;
   if (!speedFor(line.baud, speed) || cfsetispeed(&t, speed) != 0 || cfsetospeed(&t, speed) != 0 ||
       tcsetattr(fd, TCSANOW, &t) != 0)
-    return fail(fd, "Error opening port: SetCommState\r\n");
+    return fail(fd, "Error opening port: SetCommState\r\n", name);
   const int flags = fcntl(fd, F_GETFL);
   if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0)
-    return fail(fd, "Error opening port: SetCommTimeouts\r\n");
+    return fail(fd, "Error opening port: SetCommTimeouts\r\n", name);
   return new PortHandle{fd};
 }
 

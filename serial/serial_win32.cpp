@@ -4,10 +4,10 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 
+#include "base/Console.h"
 #include "serial/PortSystem.h"
 
 struct PortHandle {
@@ -18,13 +18,8 @@ struct PortHandle {
 
 namespace {
 
-void printText(const char* text) {
-  std::printf("%s", text);
-  std::fflush(stdout);
-}
-
-PortHandle* fail(PortHandle* port, const char* text) {
-  printText(text);
+PortHandle* fail(PortHandle* port, const char* text, const std::string& name) {
+  consolePrint(text, name);
   CloseHandle(port->handle);
   delete port;
   return nullptr;
@@ -68,23 +63,23 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
   const std::string path = "\\\\.\\" + name;
   HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
-    printText("Error opening port\r\n");
+    consolePrint("Error opening port\r\n", name);
     return nullptr;
   }
   PortHandle* port = new PortHandle{handle, DCB{}, COMMTIMEOUTS{}};
-  if (!GetCommState(handle, &port->dcb)) return fail(port, "Error opening port: GetCommState\r\n");
+  if (!GetCommState(handle, &port->dcb)) return fail(port, "Error opening port: GetCommState\r\n", name);
   port->dcb.DCBlength = sizeof(DCB);
   GetCommState(handle, &port->dcb);
   applyLine(port->dcb, line);
-  if (!SetCommState(handle, &port->dcb)) return fail(port, "Error opening port: SetCommState\r\n");
-  if (!GetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: GetCommTimeouts\r\n");
+  if (!SetCommState(handle, &port->dcb)) return fail(port, "Error opening port: SetCommState\r\n", name);
+  if (!GetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: GetCommTimeouts\r\n", name);
   // A read returns when its buffer is full or 100 ms pass between two bytes.
   port->timeouts.ReadIntervalTimeout = 100;
   port->timeouts.ReadTotalTimeoutMultiplier = 0;
   port->timeouts.ReadTotalTimeoutConstant = 0;
   port->timeouts.WriteTotalTimeoutMultiplier = 0;
   port->timeouts.WriteTotalTimeoutConstant = 0;
-  if (!SetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: SetCommTimeouts\r\n");
+  if (!SetCommTimeouts(handle, &port->timeouts)) return fail(port, "Error opening port: SetCommTimeouts\r\n", name);
   return port;
 }
 

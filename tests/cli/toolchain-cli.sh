@@ -57,7 +57,8 @@ echo "$out" | grep -q '^exeSize  *0x0003172c  202540$' || fail "info table: $out
 echo "$out" | grep -q '^header  *0x0803fe00  64$' || fail "info segments: $out"
 run info --json ../../project.alf
 expect_rc 0 "info --json"
-expect_out '{"entry": 134234369, "loop": 134234789, "hGroupsTable": 134430720, "iGroupsTable": 134431232, "remoteRegTables": 134431744, "exeAddr": 134234112, "exeSize": 202540, "resAddr": 134438912, "resSize": 3125, "segments": [{"address": 134234112, "size": 202540}, {"address": 134438912, "size": 3125}, {"address": 134479360, "size": 64}]}' "info --json"
+expect_out '{"entry":134234369,"loop":134234789,"hGroupsTable":134430720,"iGroupsTable":134431232,"remoteRegTables":134431744,"exeAddr":134234112,"exeSize":202540,"resAddr":134438912,"resSize":3125,"segments":[{"address":134234112,"size":202540},{"address":134438912,"size":3125},{"address":134479360,"size":64}]}' "info --json"
+[ -z "$(tail -c 1 "$work/stdout")" ] || fail "info --json: no line end after the object"
 run info ../../missing.alf
 expect_rc 1 "info on a missing image"
 expect_out "Can't open aelf file '../../missing.alf'" "info message"

@@ -75,6 +75,18 @@ expect_rc() {
   [ "$rc" -eq "$1" ] || fail "exit code $rc, expected $1"
 }
 
+# expect_json_lines NAME: every line of NAME's stdout is one JSON object, each ended by a line end.
+expect_json_lines() {
+  [ -s "$work/$1.out" ] || fail "$1 printed nothing"
+  [ -z "$(tail -c 1 "$work/$1.out")" ] || fail "the last line of $1 has no line end"
+  python3 -c 'import json, sys
+for n, line in enumerate(open(sys.argv[1], encoding="utf-8"), 1):
+    try: ok = isinstance(json.loads(line), dict)
+    except ValueError: ok = False
+    if not ok: sys.exit("line %d is not a JSON object: %s" % (n, line.rstrip()))' "$work/$1.out" ||
+    fail "a line of $1 is not a JSON object"
+}
+
 expect_text() {
   grep -qF -- "$2" "$work/$1.out" "$work/$1.err" || fail "\"$2\" not printed"
 }
@@ -141,8 +153,19 @@ fault-late)
   flash_ok dev
   ;;
 fault-garbage)
-  start_sim dev --garbage 5:7
-  flash_ok dev
+  # Garbage and a corrupted reply on one port, a port that cannot be opened beside it:
+  # with --json the device's and the port's messages are events too.
+  start_sim dev --garbage 5:7 --corrupt-reply 4
+  odd_image
+  run_cli garbage flash --port "$work/dev" --port "$work/missing" --json "$work/odd.alf"
+  expect_rc 1
+  expect_json_lines garbage
+  grep -qF '{"event":"log","port":"'"$work"'/missing","text":"Error opening port"}' "$work/garbage.out" ||
+    fail "no log event for the port that cannot be opened"
+  grep -qF '"text":"CRC error!"' "$work/garbage.out" || fail "no log event for the corrupted reply"
+  grep -qF '{"event":"done","port":"'"$work"'/dev"' "$work/garbage.out" || fail "no done event"
+  stop_sim dev
+  check_dump dev "$work/odd.alf"
   ;;
 silent)
   start_sim dev --silent-after-writes 2

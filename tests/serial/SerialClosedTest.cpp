@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "base/Console.h"
 #include "serial/SerialPort.h"
 
 namespace {
@@ -77,10 +78,16 @@ TEST(SerialClosed, RefusedLineSettingsPrintTheirTextWithoutTouchingThePort) {
   }
 }
 
-TEST(SerialClosed, AMissingDeviceFailsToOpen) {
-  testing::internal::CaptureStdout();
+TEST(SerialClosed, AMissingDeviceFailsToOpenAndTheMessageNamesIt) {
+  std::string text, about;
+  const ConsoleSink before = setConsoleSink([&](std::string_view t, std::string_view p) {
+    text += t;
+    about = p;
+  });
   SerialPort port("no-such-port-for-qmload-tests");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error opening port\r\n");
+  setConsoleSink(before);
+  EXPECT_EQ(text, "Error opening port\r\n");
+  EXPECT_EQ(about, "no-such-port-for-qmload-tests");
   EXPECT_FALSE(port.isOpen());
 }
 
