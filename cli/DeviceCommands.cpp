@@ -147,17 +147,17 @@ ExitCode runFlash(const DeviceOptions& o) {
         return ExitUsage;
       }
 
+  // Routed before the image is read, so that the reader's message is a log event too.
+  Progress progress(ProgressOptions{o.json, o.quiet, !o.quiet && stderrIsTerminal()});
+  ConsoleToProgress route(progress);
   AelfImage image;
   if (readAelfImage(o.image, image) != aelfOk) {
-    std::fflush(stdout); // the reader has said why
     if (o.json) printJsonLine(Json{{"event", "error"}, {"port", nullptr}, {"message", "Can't read image " + o.image}});
     return ExitImage;
   }
   base.image = &image;
 
   catchInterrupts();
-  Progress progress(ProgressOptions{o.json, o.quiet, !o.quiet && stderrIsTerminal()});
-  ConsoleToProgress route(progress);
   std::vector<JobResult> results(o.ports.size());
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < o.ports.size(); ++i) {

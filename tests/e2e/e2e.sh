@@ -249,8 +249,10 @@ exit-codes)
   run_cli badimage flash --port "$work/dev" "$work/bad.alf"
   expect_rc 3
   expect_text badimage "is not AELF file"
-  run_cli noimage flash --port "$work/dev" "$work/missing.alf"
+  run_cli noimage flash --port "$work/dev" --json "$work/missing.alf"
   expect_rc 3
+  expect_json_lines noimage
+  expect_text noimage "Can't open aelf file"
   run_cli usage flash --port "$work/dev" --baud 12345 "$work/odd.alf"
   expect_rc 2
   run_cli usage2 flash "$work/odd.alf"
