@@ -65,7 +65,7 @@ void startFlush(StartScreen& screen) {
   AelfImage image;
   if (readAelfImage(path, image) != aelfOk) return; // the reader has said why
   if (!app.session) return;
-  beginFlush(flushState, *app.session, image, guiPolicy);
+  beginFlash(flushState, *app.session, image, guiPolicy);
   screen.mode = Flushing;
 }
 
@@ -88,16 +88,16 @@ void drawFlushing(nk_context* ctx, StartScreen& screen) {
   FlushState& s = flushState;
   if (s.flushErrorPopup) drawErrorPopup(ctx, screen, s.flushErrorPopup, "Device not response");
 
-  FlushOutcome outcome;
-  if (app.session) outcome = stepFlush(s, *app.session, guiPolicy);
+  FlashOutcome outcome;
+  if (app.session) outcome = stepFlash(s, *app.session, guiPolicy);
   // The frame that raises the pop-up ends without the progress bar.
-  if (outcome.kind == FlushKind::PopupRaised) return;
+  if (outcome.kind == FlashKind::PopupRaised) return;
 
   nk_layout_row_dynamic(ctx, 45, 1);
   nk_size current = s.progress;
   nk_progress(ctx, &current, s.total, nk_false);
 
-  if (outcome.kind == FlushKind::Done) screen.mode = PortSelect;
+  if (outcome.kind == FlashKind::Done) screen.mode = PortSelect;
 }
 
 } // namespace

@@ -17,6 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/Wire.h"
 #include "device/DeviceSession.h"
 #include "device/Frame.h"
 
@@ -25,8 +26,7 @@ extern char** environ;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::uint32_t kBaud = 921600;
-constexpr std::uint8_t kBaudIndex = 4; // 921600 in the session's table
+constexpr std::uint32_t kBaud = kTransferBaud;
 
 // qmload-sim on a pty at 921600 baud; the port it prints is the one to open.
 struct Simulator {
@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
   Signal signal;
   DeviceSession session(sim.port.c_str());
   session.setWakeCallback([&signal] { signal.notify(); });
-  session.reopen(kBaudIndex, 0, 0);
+  session.reopen(kTransferBaudIndex, 0, 0);
   // The worker starts polling about a second after the session was made.
   session.request(0, 0, 0, CmdIdentify, 0, nullptr, 0, 3000);
   if (!signal.waitIdle(session, std::chrono::seconds(5)) || session.failed.load()) {
@@ -124,7 +124,7 @@ int main(int argc, char** argv) {
   }
   const std::uint32_t id[3] = {session.replyWord(0), session.replyWord(1), session.replyWord(2)};
 
-  const double wire = 2.0 * (kFrameHeader + 2) * 10.0 * 1e6 / kBaud;
+  const double wire = 2.0 * static_cast<double>(wireTime(kFrameHeader + 2, kBaud).count());
   std::printf("check-block round trip at %u baud, %d requests each; wire time of the two frames %.0f us\n", kBaud,
               count, wire);
   std::printf("%-6s %10s %10s %10s %10s %8s\n", "frame", "median us", "p10 us", "p90 us", "max us", "x wire");

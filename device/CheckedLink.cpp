@@ -10,7 +10,8 @@ void CheckedLink::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id
                           std::uint32_t timeout) {
   command_ = command;
   address_ = address;
-  verdict_ = Verdict::unknown;
+  judged_ = false;
+  stray_ = false;
   session_.request(id0, id1, id2, command, address, data, length, timeout);
 }
 
@@ -18,23 +19,18 @@ void CheckedLink::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::
   session_.reopen(baudIndex, parityIndex, stopIndex);
 }
 
-bool CheckedLink::hasFailed() const {
-  if (session_.hasFailed()) return true;
-  if (session_.isBusy()) return false;
-  if (verdict_ == Verdict::unknown) {
-    const auto& r = session_.reply;
-    const bool echoed = session_.replyLength >= kFrameHeader + 2 && r[kOffCommand] == command_ &&
-                        readLe32(r.data() + kOffAddress) == address_;
-    verdict_ = echoed ? Verdict::echoed : Verdict::stray;
-    if (!echoed) {
-      ++strays_;
-      // Let the real answer arrive (it ends a frame within the framing's gap), then
-      // drop whatever is queued.
-      const auto settle =
-          session_.framing() == ReplyFraming::gap ? std::chrono::milliseconds(250) : std::chrono::milliseconds(30);
-      std::this_thread::sleep_for(settle);
-      session_.purge();
-    }
-  }
-  return verdict_ == Verdict::stray;
+void CheckedLink::update() {
+  if (judged_ || session_.isBusy() || session_.hasFailed()) return;
+  judged_ = true;
+  const auto& r = session_.reply;
+  stray_ = !(session_.replyLength >= kFrameHeader + 2 && r[kOffCommand] == command_ &&
+             readLe32(r.data() + kOffAddress) == address_);
+  if (!stray_) return;
+  ++strays_;
+  // Let the real answer arrive (it ends a frame within the framing's gap), then drop
+  // whatever is queued.
+  const auto settle =
+      session_.framing() == ReplyFraming::gap ? std::chrono::milliseconds(250) : std::chrono::milliseconds(30);
+  std::this_thread::sleep_for(settle);
+  session_.purge();
 }

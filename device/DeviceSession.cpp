@@ -2,38 +2,30 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
+#include <string>
+
+#include "base/Console.h"
+#include "base/Wire.h"
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-const std::uint32_t DeviceSession::kBaudTable[kBaudCount] = {9600, 19200, 38400, 115200, 921600};
 const std::uint32_t DeviceSession::kParityTable[kParityCount] = {SerialPort::ParityNone, SerialPort::ParityEven,
                                                                  SerialPort::ParityOdd};
 const std::uint32_t DeviceSession::kStopTable[kStopCount] = {SerialPort::StopOne, SerialPort::StopTwo};
 
 namespace {
 
-// A frame ends after this long without a byte.
-constexpr milliseconds kFrameGap{100};
-// The smallest frame the fast framing accepts on its CRC alone: a frame without data.
-constexpr std::uint32_t kFastMinFrame = kFrameHeader + 2;
-// The shortest silence that ends a fast frame, whatever the baud rate: a pty or a
-// driver hands over one write in pieces that are this close together.
-constexpr microseconds kFastMinQuiet{50};
+// The longest single wait on the port inside a frame. Where waiting for input is a
+// plain sleep (Windows), a frame then still ends within a millisecond of its silence.
+constexpr std::uint32_t kFrameWaitSliceUs = 1000;
 
 // Sleeps until the steady clock reaches deadline. Loops, because a single sleep may
 // end early (mingw's sleep under Wine returns after a fraction of a millisecond).
 void sleepUntil(Clock::time_point deadline) {
   for (auto now = Clock::now(); now < deadline; now = Clock::now()) std::this_thread::sleep_until(deadline);
-}
-
-// The silence that ends a fast frame: three character times (10 bits each).
-microseconds quietTime(std::uint32_t baud) {
-  const auto chars = microseconds(baud == 0 ? 0 : 30'000'000ull / baud);
-  return std::max<microseconds>(kFastMinQuiet, chars);
 }
 
 std::uint32_t microsUntil(Clock::time_point deadline) {
@@ -108,7 +100,7 @@ void DeviceSession::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t 
 }
 
 void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) {
-  if (baudIndex >= kBaudCount || parityIndex >= kParityCount || stopIndex >= kStopCount) {
+  if (baudIndex >= kLadderBauds.size() || parityIndex >= kParityCount || stopIndex >= kStopCount) {
     failed.exchange(true);
     return;
   }
@@ -116,10 +108,10 @@ void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std
   bool opened;
   {
     std::unique_lock<std::shared_mutex> lock(portLock_);
-    opened = SerialPort::open(name, kBaudTable[baudIndex], kParityTable[parityIndex], 8, kStopTable[stopIndex]);
+    opened = SerialPort::open(name, kLadderBauds[baudIndex], kParityTable[parityIndex], 8, kStopTable[stopIndex]);
   }
   if (opened)
-    lineBaud_.store(kBaudTable[baudIndex]);
+    lineBaud_.store(kLadderBauds[baudIndex]);
   else
     failed.exchange(true);
 }
@@ -182,66 +174,69 @@ void DeviceSession::receiveUntil(Clock::time_point tickEnd) {
   sleepUntil(tickEnd);
 }
 
-std::uint32_t DeviceSession::readGapFrame() { return lockedRead(scratch_.data(), kFrameMax); }
-
-// Takes what is queued, and ends the frame once its bytes carry a good CRC and the
-// line has been quiet for a few character times, or after the usual 100 ms gap.
-std::uint32_t DeviceSession::readFastFrame() {
-  const microseconds quiet = quietTime(lineBaud_.load());
-  std::uint32_t n = 0;
-  bool crcOk = false;
-  auto lastByte = Clock::now();
-  while (n < kFrameMax) {
-    const std::uint32_t queued = lockedAvailable();
+// Reads one frame: whatever is queued goes to the framer, and while the line is
+// quiet the worker waits on it until the framer's deadline. No tick runs meanwhile,
+// so a reply that has begun to arrive is never cut short by its request's time-out.
+FrameVerdict DeviceSession::readFrame(ReplyFraming framing) {
+  framer_.begin(framing, lineBaud_.load());
+  for (;;) {
+    const std::uint32_t queued = framer_.room() == 0 ? 0 : lockedAvailable();
     if (queued != 0) {
-      const std::uint32_t room = static_cast<std::uint32_t>(kFrameMax) - n;
-      const std::uint32_t got = lockedRead(scratch_.data() + n, std::min(queued, room));
-      if (got == 0) break;
-      n += got;
-      crcOk = n >= kFastMinFrame && frameCrcOk(scratch_.data(), n);
-      lastByte = Clock::now();
+      const auto want = static_cast<std::uint32_t>(std::min<std::size_t>(queued, framer_.room()));
+      const std::uint32_t got = lockedRead(scratch_.data(), want);
+      if (got == 0) return framer_.cut(); // a read error: the frame is what came before it
+      framer_.feed(scratch_.data(), got, Clock::now());
       continue;
     }
-    if (!isOpen()) break;
-    const auto frameEnd = lastByte + (crcOk ? quiet : kFrameGap);
-    if (Clock::now() >= frameEnd) break;
+    const FrameVerdict verdict = framer_.poll(Clock::now());
+    if (verdict != FrameVerdict::open) return verdict;
+    if (!isOpen()) return framer_.cut();
     bool readable;
     {
       std::shared_lock<std::shared_mutex> lock(portLock_);
-      readable = waitForInput(microsUntil(frameEnd));
+      readable = waitForInput(std::min(microsUntil(framer_.deadline()), kFrameWaitSliceUs));
     }
-    // Woken without input: a hang-up, which would wake every wait at once.
-    if (readable && lockedAvailable() == 0) std::this_thread::sleep_for(microseconds(250));
+    if (!readable || lockedAvailable() != 0) continue;
+    // Woken without input: the line hung up. The gap framing's read ends its frame
+    // there; the fast framing waits out its deadline without spinning.
+    if (framing == ReplyFraming::gap) return framer_.cut();
+    std::this_thread::sleep_for(microseconds(250));
   }
-  return n;
 }
 
+void DeviceSession::reportCrcError() {
+  std::string port;
+  {
+    std::shared_lock<std::shared_mutex> lock(portLock_);
+    port = portName();
+  }
+  consolePrint("CRC error!\n", port);
+  log_ << "CRC error!\n";
+}
+
+// Takes the frames that are arriving. A short or corrupt frame fails the request
+// and ends the call; bytes after it wait in the port until a new request clears
+// failed (the worker does not receive while failed is set).
 void DeviceSession::receive() {
   if (lockedAvailable() == 0) return;
   for (;;) {
-    const std::uint32_t n = framing_.load() == ReplyFraming::fast ? readFastFrame() : readGapFrame();
-    if (n == 0) return;
-    if (n < 3) {
+    const ReplyFraming framing = framing_.load();
+    const FrameVerdict verdict = readFrame(framing);
+    if (verdict == FrameVerdict::empty) return;
+    if (verdict != FrameVerdict::good) {
+      if (verdict == FrameVerdict::badCrc) reportCrcError();
       failed.exchange(true);
       busy.exchange(false);
       return;
     }
-    if (!frameCrcOk(scratch_.data(), n)) {
-      std::printf("CRC error!\n");
-      std::fflush(stdout);
-      log_ << "CRC error!\n";
-      failed.exchange(true);
-      busy.exchange(false);
-      return;
-    }
-    std::memcpy(reply.data(), scratch_.data(), n);
-    replyLength = n;
+    std::memcpy(reply.data(), framer_.bytes(), framer_.size());
+    replyLength = static_cast<std::uint32_t>(framer_.size());
     ticksLeft.store(0);
     busy.exchange(false);
     wake();
     // Frames that arrived together are all taken now; the last good one wins. The
     // fast framing has already waited for the line to fall quiet.
-    if (framing_.load() == ReplyFraming::gap) sleepUntil(Clock::now() + milliseconds(1));
+    if (framing == ReplyFraming::gap) sleepUntil(Clock::now() + milliseconds(1));
     if (lockedAvailable() == 0) return;
   }
 }

@@ -24,20 +24,14 @@
 
 #include "device/FlashLink.h"
 #include "device/Frame.h"
+#include "device/ReplyFramer.h"
 #include "serial/SerialPort.h"
-
-// How the worker decides that a reply frame is complete.
-enum class ReplyFraming {
-  gap,  // after 100 ms without a byte
-  fast, // as soon as a good-CRC frame of at least 24 bytes is followed by a short silence
-};
 
 class DeviceSession : public SerialPort, public FlashLink {
 public:
-  static constexpr int kBaudCount = 5;
+  // reopen's baud index is an index of kLadderBauds (base/Wire.h).
   static constexpr int kParityCount = 3;
   static constexpr int kStopCount = 2;
-  static const std::uint32_t kBaudTable[kBaudCount];     // 9600 19200 38400 115200 921600
   static const std::uint32_t kParityTable[kParityCount]; // none, even, odd
   static const std::uint32_t kStopTable[kStopCount];     // one, two
 
@@ -81,8 +75,8 @@ private:
   void receiveUntil(std::chrono::steady_clock::time_point tickEnd);
   void receive();
   void timeoutStep();
-  std::uint32_t readGapFrame();
-  std::uint32_t readFastFrame();
+  FrameVerdict readFrame(ReplyFraming framing);
+  void reportCrcError();
   std::uint32_t lockedAvailable();
   std::uint32_t lockedRead(std::uint8_t* buffer, std::uint32_t size);
   void wake();
@@ -97,5 +91,6 @@ private:
   std::stringstream log_;
   std::array<std::uint8_t, kFrameMax> request_{};
   std::array<std::uint8_t, kFrameMax> scratch_{};
+  ReplyFramer framer_; // the worker's alone
   std::thread worker_;
 };

@@ -13,6 +13,10 @@ public:
                        std::uint32_t timeout) = 0;
   // Reopens the line with the session's baud/parity/stop-bit table entries.
   virtual void reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) = 0;
+  // Brings the outcome of the last request up to date. The sequencer calls it once
+  // per step before it reads isBusy/hasFailed: a link that has to judge a reply, or
+  // wait for the line, does it here and not in those queries.
+  virtual void update() {}
   virtual bool isBusy() const = 0;
   virtual bool hasFailed() const = 0;
   // The id field i (0..2) of the last accepted reply; read only after a request ended

@@ -1,8 +1,9 @@
 #include "device/FlashSequencer.h"
 
-#include <cctype>
-#include <cstdio>
+#include <chrono>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "device/Frame.h"
 
@@ -13,7 +14,12 @@ constexpr std::uint32_t kShortRequestBytes = 24;
 constexpr std::uint32_t kWriteRequestBytes = 280;
 // A repeated Start waits 100 ticks, like the other repeated commands.
 constexpr std::uint32_t kStartRetryTimeout = 100;
+// Repetitions of a failed flash request before "Device not response".
 constexpr std::uint32_t kMaxRetries = 6;
+// Repetitions of the discovery request at one baud rate: six attempts at each.
+constexpr std::uint32_t kDiscoveryRepeats = 5;
+constexpr std::uint32_t kLastBaudIndex = kLadderBauds.size() - 1;
+constexpr std::uint32_t kSegmentCount = sizeof(AelfImage::segments) / sizeof(AelfImage::segments[0]);
 
 const char* const kNotResponding = "Device not response";
 const char* const kPortLost = "Port lost: a request could not be written";
@@ -46,10 +52,12 @@ void sendStep(FlushState& s, FlashLink& link, const FlashPolicy& policy, bool re
          policy.timeoutFor(kCheckBlockTimeout, baud, kShortRequestBytes));
     break;
   case Start:
+    // Repeated, Start sends `offset` as its length: it holds the total until the
+    // first segment is loaded.
     send(link, s, CmdStart, 0, nullptr, repeated ? s.offset : s.total,
          policy.timeoutFor(repeated ? kStartRetryTimeout : kStartTimeout, baud, kShortRequestBytes));
     break;
-  case NextSegment: break;
+  case NextSegment: break; // transient: nothing to repeat
   case WriteBlock: {
     std::uint8_t copy[kBlockSize];
     const std::uint8_t* data = s.segmentData ? blockBytes(s.segmentData + s.offset, copy) : nullptr;
@@ -66,6 +74,7 @@ void sendStep(FlushState& s, FlashLink& link, const FlashPolicy& policy, bool re
          policy.timeoutFor(kCommandTimeout, baud, kShortRequestBytes));
     break;
   case Finish:
+    // Repeated, Finish waits 100 ticks instead of 500.
     send(link, s, CmdFinish, 0, nullptr, 0,
          policy.timeoutFor(repeated ? kFinishRetryTimeout : kFinishTimeout, baud, kShortRequestBytes));
     break;
@@ -87,6 +96,134 @@ void reopenAt(FlushState& s, FlashLink& link, std::uint32_t baudIndex) {
   s.lineBaudIndex = baudIndex;
 }
 
+FlashOutcome outcome(FlashKind kind, std::string message = {}) {
+  FlashOutcome out;
+  out.kind = kind;
+  out.message = std::move(message);
+  return out;
+}
+
+// A device answered discovery: its identity is kept for every later request.
+DiscoveryOutcome takeIdentity(FlushState& s, const FlashLink& link) {
+  s.discoveryTries = 0;
+  s.answeredBaudIndex = s.lineBaudIndex;
+  s.baudIndex = 0;
+  s.deviceId0 = link.replyWord(0);
+  s.deviceId1 = link.replyWord(1);
+  s.deviceId2 = link.replyWord(2);
+  return DiscoveryOutcome::Found;
+}
+
+// No answer: the request again at the same baud rate, or at the next one after six
+// attempts, or "Devices are not found" at the end of the ladder.
+DiscoveryOutcome retryDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (s.discoveryTries < kDiscoveryRepeats) {
+    s.discoveryTries += 1;
+  } else {
+    s.discoveryTries = 0;
+    if (policy.fixedBaudIndex >= 0) {
+      s.notFoundPopup = true;
+      return DiscoveryOutcome::NotFound;
+    }
+    if (s.baudIndex >= kLastBaudIndex) {
+      // Deliberate: back to the slowest rate with nothing sent. The next call sees
+      // the same failure and starts the ladder over behind the pop-up.
+      s.baudIndex = 0;
+      s.notFoundPopup = true;
+      return DiscoveryOutcome::NotFound;
+    }
+    s.baudIndex += 1;
+  }
+  reopenAt(s, link, s.baudIndex);
+  sendDiscoveryAt(s, link, policy);
+  return DiscoveryOutcome::Retrying;
+}
+
+FlashOutcome checkBlockAnswered(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (link.replyWord(0) != 0) {
+    enter(s, link, policy, WriteBlock);
+  } else if (policy.zeroCheckIsRefusal) {
+    FlashOutcome out = outcome(FlashKind::Refused);
+    out.address = s.segmentAddress + s.offset;
+    return out;
+  } else {
+    // Deliberate: nothing is sent, so every later call sees the same answer and adds
+    // 256 again while the flash makes no progress.
+    s.progress += kBlockSize;
+  }
+  return outcome(FlashKind::Progressed);
+}
+
+void startAnswered(FlushState& s, FlashLink& link) {
+  reopenAt(s, link, kTransferBaudIndex);
+  s.segmentIndex = 0;
+  s.step = NextSegment;
+}
+
+// True when the segment is done.
+bool writeBlockAnswered(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  s.offset += kBlockSize;
+  s.progress += kBlockSize;
+  if (s.offset >= s.segmentSize) {
+    s.segmentIndex += 1;
+    return true;
+  }
+  enter(s, link, policy, CheckBlock);
+  return false;
+}
+
+// Never entered by the sequence; kept as the screen has it. True when the segment is done.
+bool blockCommandAnswered(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (s.offset >= s.segmentSize) return true;
+  // Deliberate: command 7 goes out for the next block, and the step becomes
+  // CheckBlock without a check being sent.
+  s.offset += kBlockSize;
+  send(link, s, CmdBlock, s.segmentAddress + s.offset, nullptr, kBlockSize,
+       policy.timeoutFor(kCommandTimeout, s.lineBaudIndex, kShortRequestBytes));
+  s.step = CheckBlock;
+  return false;
+}
+
+// The step is over: the next segment's first check, Finish after the last segment,
+// or the end of the flash.
+FlashOutcome advance(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  // Finish and the two steps the sequence never enters all end the flash.
+  if (s.step >= SegmentCommand) return outcome(FlashKind::Done);
+  if (s.segmentIndex >= kSegmentCount) {
+    enter(s, link, policy, Finish);
+  } else {
+    const AelfSegment& seg = s.image.segments[s.segmentIndex];
+    s.segmentAddress = seg.address;
+    s.segmentSize = seg.size;
+    s.segmentData = seg.data;
+    s.offset = 0;
+    enter(s, link, policy, CheckBlock);
+  }
+  return outcome(FlashKind::Progressed);
+}
+
+// The awaited request failed: it is sent again, up to six times in a row.
+FlashOutcome repeatFailed(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (s.retries >= kMaxRetries) {
+    if (policy.boundedRetries) return outcome(FlashKind::Failed, kNotResponding);
+    // Deliberate: retries restart at 1, not 0, so behind the pop-up the request is
+    // repeated five times at a time for as long as it stays open.
+    s.flushErrorPopup = true;
+    s.retries = 1;
+    return outcome(FlashKind::PopupRaised);
+  }
+  s.retries += 1;
+  if ((s.step == Start || s.step == Finish) && policy.retryAlternatesBaud) {
+    // The first repetition goes where the device moved if it answered.
+    const std::uint32_t moved = s.step == Start ? kTransferBaudIndex : s.answeredBaudIndex;
+    const std::uint32_t stayed = s.step == Start ? s.answeredBaudIndex : kTransferBaudIndex;
+    const std::uint32_t baud = s.retries % 2 == 1 ? moved : stayed;
+    if (baud != s.lineBaudIndex) reopenAt(s, link, baud);
+  }
+  sendStep(s, link, policy, true);
+  return outcome(FlashKind::Progressed);
+}
+
 } // namespace
 
 FlashPolicy FlashPolicy::gui() { return FlashPolicy{}; }
@@ -106,10 +243,10 @@ FlashPolicy FlashPolicy::cli(const std::atomic<bool>* cancel) {
 std::uint32_t FlashPolicy::timeoutFor(std::uint32_t guiTicks, std::uint32_t baudIndex,
                                       std::uint32_t requestBytes) const {
   if (!scaleTimeouts) return guiTicks;
-  const std::uint64_t baud = kLadderBauds[baudIndex < 5 ? baudIndex : 0];
-  // 10 bits per byte on an 8N1 line; ticks are milliseconds.
-  const std::uint64_t wireMs = ((requestBytes + kReplyBytes) * 10ull * 1000ull + baud - 1) / baud;
-  const std::uint64_t ticks = 2 * wireMs + timeoutMarginTicks;
+  const std::uint32_t baud = kLadderBauds[baudIndex < kLadderBauds.size() ? baudIndex : 0];
+  // Ticks are milliseconds.
+  const auto wire = std::chrono::ceil<std::chrono::milliseconds>(wireTime(requestBytes + kReplyBytes, baud));
+  const std::uint64_t ticks = 2 * static_cast<std::uint64_t>(wire.count()) + timeoutMarginTicks;
   return ticks > guiTicks ? static_cast<std::uint32_t>(ticks) : guiTicks;
 }
 
@@ -123,150 +260,53 @@ void sendDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
 
 DiscoveryOutcome stepDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
   if (policy.cancelled()) return DiscoveryOutcome::Cancelled;
+  link.update();
+  // Busy first: once a request is seen over, its failed flag is final.
+  const bool busy = link.isBusy();
   const bool failed = link.hasFailed();
   // A request that could not be written leaves busy set; the command line counts
   // it as a failed attempt instead of waiting for ever.
-  if (link.isBusy() && !(policy.writeFailureEnds && failed)) return DiscoveryOutcome::Waiting;
-  if (failed) {
-    if (s.discoveryTries > 4) {
-      s.discoveryTries = 0;
-      if (policy.fixedBaudIndex >= 0) {
-        s.notFoundPopup = true;
-        return DiscoveryOutcome::NotFound;
-      }
-      if (s.baudIndex > 3) {
-        s.baudIndex = 0;
-        s.notFoundPopup = true;
-        return DiscoveryOutcome::NotFound;
-      }
-      s.baudIndex += 1;
-    } else {
-      s.discoveryTries += 1;
-    }
-    reopenAt(s, link, s.baudIndex);
-    sendDiscoveryAt(s, link, policy);
-    return DiscoveryOutcome::Retrying;
-  }
-  s.discoveryTries = 0;
-  s.answeredBaudIndex = s.lineBaudIndex;
-  s.baudIndex = 0;
-  s.deviceId0 = link.replyWord(0);
-  s.deviceId1 = link.replyWord(1);
-  s.deviceId2 = link.replyWord(2);
-  return DiscoveryOutcome::Found;
+  if (busy && !(policy.writeFailureEnds && failed)) return DiscoveryOutcome::Waiting;
+  return failed ? retryDiscovery(s, link, policy) : takeIdentity(s, link);
 }
 
-bool beginFlush(FlushState& s, FlashLink& link, const AelfImage& image, const FlashPolicy& policy) {
+bool beginFlash(FlushState& s, FlashLink& link, const AelfImage& image, const FlashPolicy& policy) {
   s.image = image;
   s.total = image.segments[0].size + image.segments[1].size + image.segments[2].size;
   s.retries = 0;
   s.offset = s.total;
   s.progress = 0;
-  s.blocksAnswered = 0;
   enter(s, link, policy, Start);
   return !(link.isBusy() && link.hasFailed());
 }
 
-FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
-  FlushOutcome out;
-  if (policy.cancelled()) {
-    out.kind = FlushKind::Cancelled;
-    return out;
-  }
+FlashOutcome stepFlash(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (policy.cancelled()) return outcome(FlashKind::Cancelled);
+  link.update();
+  // Busy first: once a request is seen over, its failed flag is final.
+  const bool busy = link.isBusy();
   const bool failed = link.hasFailed();
-  if (link.isBusy()) {
-    if (policy.writeFailureEnds && failed) {
-      out.kind = FlushKind::Failed;
-      out.message = kPortLost;
-    }
-    return out; // Waiting
+  if (busy) {
+    if (policy.writeFailureEnds && failed) return outcome(FlashKind::Failed, kPortLost);
+    return outcome(FlashKind::Waiting);
   }
-  bool advance = false;
-  if (!failed) {
-    s.retries = 0;
-    switch (s.step) {
-    case CheckBlock:
-      if (link.replyWord(0) != 0) {
-        enter(s, link, policy, WriteBlock);
-      } else if (policy.zeroCheckIsRefusal) {
-        out.kind = FlushKind::Refused;
-        out.address = s.segmentAddress + s.offset;
-        return out;
-      } else {
-        // Nothing is sent: the next call sees the same answer and adds 256 again.
-        s.progress += kBlockSize;
-      }
-      break;
-    case Start:
-      reopenAt(s, link, kTransferBaudIndex);
-      s.segmentIndex = 0;
-      s.step = NextSegment;
-      advance = true;
-      break;
-    case WriteBlock:
-      s.offset += kBlockSize;
-      s.progress += kBlockSize;
-      s.blocksAnswered += 1;
-      if (s.offset >= s.segmentSize) {
-        s.segmentIndex += 1;
-        advance = true;
-      } else {
-        enter(s, link, policy, CheckBlock);
-      }
-      break;
-    case BlockCommand:
-      if (s.offset >= s.segmentSize) {
-        advance = true;
-      } else {
-        s.offset += kBlockSize;
-        send(link, s, CmdBlock, s.segmentAddress + s.offset, nullptr, kBlockSize,
-             policy.timeoutFor(kCommandTimeout, s.lineBaudIndex, kShortRequestBytes));
-        s.step = CheckBlock;
-      }
-      break;
-    case NextSegment:
-    case SegmentCommand:
-    case Finish: advance = true; break;
-    }
-  } else if (s.retries >= kMaxRetries) {
-    if (policy.boundedRetries) {
-      out.kind = FlushKind::Failed;
-      out.message = kNotResponding;
-      return out;
-    }
-    // Restarts at 1: the request keeps being repeated behind the pop-up.
-    s.flushErrorPopup = true;
-    s.retries = 1;
-    out.kind = FlushKind::PopupRaised;
-    return out;
-  } else {
-    s.retries += 1;
-    if ((s.step == Start || s.step == Finish) && policy.retryAlternatesBaud) {
-      // The first repetition goes where the device moved if it answered.
-      const std::uint32_t moved = s.step == Start ? kTransferBaudIndex : s.answeredBaudIndex;
-      const std::uint32_t stayed = s.step == Start ? s.answeredBaudIndex : kTransferBaudIndex;
-      const std::uint32_t baud = s.retries % 2 == 1 ? moved : stayed;
-      if (baud != s.lineBaudIndex) reopenAt(s, link, baud);
-    }
-    sendStep(s, link, policy, true);
-  }
+  if (failed) return repeatFailed(s, link, policy);
 
-  out.kind = FlushKind::Progressed;
-  if (advance) {
-    if (s.step >= SegmentCommand) {
-      out.kind = FlushKind::Done;
-    } else if (s.segmentIndex > 2) {
-      enter(s, link, policy, Finish);
-    } else {
-      const AelfSegment& seg = s.image.segments[s.segmentIndex];
-      s.segmentAddress = seg.address;
-      s.segmentSize = seg.size;
-      s.segmentData = seg.data;
-      s.offset = 0;
-      enter(s, link, policy, CheckBlock);
-    }
+  s.retries = 0;
+  switch (s.step) {
+  case CheckBlock: return checkBlockAnswered(s, link, policy);
+  case Start: startAnswered(s, link); break;
+  case WriteBlock:
+    if (!writeBlockAnswered(s, link, policy)) return outcome(FlashKind::Progressed);
+    break;
+  case BlockCommand:
+    if (!blockCommandAnswered(s, link, policy)) return outcome(FlashKind::Progressed);
+    break;
+  case NextSegment:
+  case SegmentCommand:
+  case Finish: break;
   }
-  return out;
+  return advance(s, link, policy);
 }
 
 const char* spinnerText(std::int32_t spinner) {

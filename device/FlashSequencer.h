@@ -1,7 +1,7 @@
 #pragma once
 // The flash sequence as a state machine over a FlashLink.
 //
-// The flash screen calls stepDiscovery / stepFlush once per drawn frame; the
+// The flash screen calls stepDiscovery / stepFlash once per drawn frame; the
 // command line calls the same functions in a loop. Each call looks at the link's
 // busy/failed flags and last reply and decides (and sends) the next request.
 // Everything the screen needs to draw lives in FlushState.
@@ -23,8 +23,9 @@
 #include <cstdint>
 #include <string>
 
-#include "device/FlashLink.h"
 #include "base/IdentityText.h"
+#include "base/Wire.h"
+#include "device/FlashLink.h"
 #include "image/AelfImage.h"
 
 enum FlushStep : std::uint32_t {
@@ -36,10 +37,6 @@ enum FlushStep : std::uint32_t {
   BlockCommand = 5,   // command 7, never entered by the sequence
   Finish = 6,         // command 18, address 0, length 0, time-out 500
 };
-
-// Baud rates of the discovery ladder, by reopen index.
-constexpr std::uint32_t kLadderBauds[5] = {9600, 19200, 38400, 115200, 921600};
-constexpr std::uint8_t kTransferBaudIndex = 4; // the line moves to 921600 after Start
 
 // Time-outs in worker ticks, as the screen uses them.
 constexpr std::uint32_t kDiscoveryTimeout = 1;
@@ -75,7 +72,6 @@ struct FlushState {
   // Bookkeeping beyond the screen's variables (the screen never draws them).
   std::uint32_t lineBaudIndex = 0;     // baud index the line is at now (the session opens at 9600)
   std::uint32_t answeredBaudIndex = 0; // baud index at which the last discovery was answered
-  std::uint32_t blocksAnswered = 0;    // write-block requests answered in this flash
 };
 
 struct FlashPolicy {
@@ -118,7 +114,7 @@ enum class DiscoveryOutcome {
   Cancelled,
 };
 
-enum class FlushKind {
+enum class FlashKind {
   Waiting,     // a request is outstanding
   Progressed,  // an answer or a failure was handled; the sequence goes on
   PopupRaised, // "Device not response" raised: the screen ends its window at once, no progress bar
@@ -128,8 +124,8 @@ enum class FlushKind {
   Cancelled,   // (cli) the cancel flag was seen
 };
 
-struct FlushOutcome {
-  FlushKind kind = FlushKind::Waiting;
+struct FlashOutcome {
+  FlashKind kind = FlashKind::Waiting;
   std::uint32_t address = 0; // Refused: the block address
   std::string message;       // Failed: the text to show
 };
@@ -145,11 +141,11 @@ DiscoveryOutcome stepDiscovery(FlushState& s, FlashLink& link, const FlashPolicy
 // "Flush" after the image was read: sets total, retries, offset (= total) and
 // progress, sends Start and sets step to Start. Returns false when the Start
 // request could not be written (the screen ignores this; the sequence then stalls).
-bool beginFlush(FlushState& s, FlashLink& link, const AelfImage& image, const FlashPolicy& policy);
+bool beginFlash(FlushState& s, FlashLink& link, const AelfImage& image, const FlashPolicy& policy);
 
 // One frame of Flushing: handles the answer or failure of the outstanding request
 // and, when the step is over, moves to the next segment or to Finish.
-FlushOutcome stepFlush(FlushState& s, FlashLink& link, const FlashPolicy& policy);
+FlashOutcome stepFlash(FlushState& s, FlashLink& link, const FlashPolicy& policy);
 
 // The spinner text for the current spinner value (index kept within 0..7).
 const char* spinnerText(std::int32_t spinner);

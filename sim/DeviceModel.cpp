@@ -1,5 +1,6 @@
 #include "sim/DeviceModel.h"
 
+#include "base/Wire.h"
 #include "device/Frame.h"
 
 #include <algorithm>

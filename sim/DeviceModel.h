@@ -15,7 +15,6 @@ struct DeviceIdentity {
 constexpr std::uint32_t kFlashBase = 0x08000000;
 constexpr std::uint32_t kFlashSize = 256 * 1024;
 constexpr std::uint32_t kBootloaderSize = 16 * 1024;
-constexpr std::uint32_t kTransferBaud = 921600;
 
 // What the device makes of one request.
 struct DeviceAnswer {
@@ -39,7 +38,6 @@ public:
   void applyBaud(std::uint32_t baud) { currentBaud_ = baud; }
   std::uint32_t currentBaud() const { return currentBaud_; }
   std::uint32_t ownBaud() const { return ownBaud_; }
-  const DeviceIdentity& identity() const { return identity_; }
 
   // The whole flash as the device holds it, from kFlashBase, kFlashSize bytes.
   const std::vector<std::uint8_t>& flash() const { return flash_; }

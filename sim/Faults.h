@@ -42,8 +42,6 @@ public:
   // reply bytes (a corrupted CRC).
   ReplyFate nextReply(std::vector<std::uint8_t>& reply);
 
-  const FaultPlan& plan() const { return plan_; }
-
 private:
   FaultPlan plan_;
   std::uint32_t replies_ = 0;

@@ -29,8 +29,6 @@ public:
   void reset();
   std::size_t pending() const { return bytes_.size(); }
   std::size_t droppedBytes() const { return dropped_; }
-  // When the partial frame held (if any) would be dropped for silence.
-  std::int64_t lastByteUs() const { return lastUs_; }
 
 private:
   std::vector<std::uint8_t> bytes_;

@@ -1,20 +1,17 @@
 #include "sim/SimDevice.h"
 
+#include "base/Wire.h"
 #include "device/Frame.h"
 
 #include <algorithm>
 #include <cstdio>
 
-std::int64_t wireTimeUs(std::size_t bytes, std::uint32_t baud) {
-  if (baud == 0) return 0;
-  const std::uint64_t bits = static_cast<std::uint64_t>(bytes) * 10u * 1000000u;
-  return static_cast<std::int64_t>((bits + baud - 1) / baud);
-}
-
 SimDevice::SimDevice(DeviceIdentity identity, std::uint32_t ownBaud, std::uint32_t writeMs, FaultPlan faults)
     : model_(identity, ownBaud), faults_(faults), writeUs_(std::int64_t{writeMs} * 1000) {}
 
 namespace {
+
+std::int64_t wireUs(std::size_t bytes, std::uint32_t baud) { return wireTime(bytes, baud).count(); }
 
 std::string describe(const FrameFields& f, std::size_t n) {
   char line[160];
@@ -54,7 +51,7 @@ RequestOutcome SimDevice::onFrame(const ParsedFrame& frame, std::uint32_t baud) 
   // The reply goes out, so the device follows it to its next speed.
   if (answer.nextBaud != 0) model_.applyBaud(answer.nextBaud);
 
-  const std::int64_t received = std::max(frame.firstByteUs + wireTimeUs(frame.bytes.size(), baud), frame.lastByteUs);
+  const std::int64_t received = std::max(frame.firstByteUs + wireUs(frame.bytes.size(), baud), frame.lastByteUs);
   std::int64_t start = std::max(received, freeAtUs_);
   if (answer.command == CmdWriteBlock) start += writeUs_;
   start += std::int64_t{out.fate.extraDelayMs} * 1000;
@@ -63,7 +60,7 @@ RequestOutcome SimDevice::onFrame(const ParsedFrame& frame, std::uint32_t baud) 
   out.reply.baud = baud;
   out.reply.bytes = out.fate.garbage;
   out.reply.bytes.insert(out.reply.bytes.end(), answer.reply.begin(), answer.reply.end());
-  out.reply.sendAtUs = start + wireTimeUs(out.reply.bytes.size(), baud);
+  out.reply.sendAtUs = start + wireUs(out.reply.bytes.size(), baud);
   freeAtUs_ = out.reply.sendAtUs;
 
   const FrameFields rep = decodeFields(answer.reply.data());

@@ -18,8 +18,6 @@
 #include <string>
 #include <vector>
 
-std::int64_t wireTimeUs(std::size_t bytes, std::uint32_t baud);
-
 // A reply waiting for its moment on the wire.
 struct OutgoingReply {
   std::vector<std::uint8_t> bytes; // garbage (if any) followed by the reply frame

@@ -1,6 +1,7 @@
 // qmload-sim: a simulated device on a pseudo-terminal. See SimDevice.h for the
 // timing, Faults.h for the faults, RequestParser.h for how requests are framed.
 #include "base/AtomicFile.h"
+#include "base/Wire.h"
 #include "sim/PtyLine.h"
 #include "sim/RequestParser.h"
 #include "sim/SimDevice.h"
@@ -155,7 +156,7 @@ int main(int argc, char** argv) {
       continue;
     }
     // A partial request followed by silence of 50 ms (or 20 byte times) is dropped.
-    const std::int64_t silenceUs = std::max<std::int64_t>(50000, wireTimeUs(20, hostBaud));
+    const std::int64_t silenceUs = std::max<std::int64_t>(50000, wireTime(20, hostBaud).count());
     const std::size_t droppedBefore = parser.droppedBytes();
     const auto frames = parser.feed(chunk, n, arrived, silenceUs);
     if (parser.droppedBytes() != droppedBefore)

@@ -1,4 +1,4 @@
-// The shared helpers: identity text and the console route.
+// The shared helpers: identity text, the console route and the line's wire time.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -6,6 +6,7 @@
 
 #include "base/Console.h"
 #include "base/IdentityText.h"
+#include "base/Wire.h"
 
 namespace {
 
@@ -50,6 +51,23 @@ TEST(Console, RoutesKeepTheirBytesAndNameThePort) {
   EXPECT_EQ(seen[0].second, "/dev/ttyUSB0");
   EXPECT_EQ(seen[1].first, "CRC error!\n");
   EXPECT_EQ(seen[1].second, "");
+}
+
+// Ten bits a byte, rounded up to the microsecond, at the rates of the ladder.
+TEST(Wire, TimeOfBytesAtEachLadderRate) {
+  struct Case {
+    std::size_t bytes;
+    std::uint32_t baudIndex;
+    std::int64_t micros;
+  } cases[] = {
+      {24, 0, 25000}, {1, 1, 521}, {24, 2, 6250}, {24, 3, 2084}, {280, 4, 3039}, {3, 4, 33}, {0, 0, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.bytes);
+    EXPECT_EQ(wireTime(c.bytes, kLadderBauds[c.baudIndex]).count(), c.micros) << kLadderBauds[c.baudIndex];
+  }
+  EXPECT_EQ(kLadderBauds[kTransferBaudIndex], 921600u); // the rate after Start
+  EXPECT_EQ(wireTime(24, 0).count(), 0);
 }
 
 } // namespace

@@ -14,12 +14,10 @@
 class PtyResponder {
 public:
   enum class Mode {
-    answer,            // a good reply: the request echoed with frameType 1 and our identity
-    silent,            // no reply
-    corrupt,           // a reply with a broken CRC
-    twoBytes,          // two stray bytes
-    answerThenGarbage, // a good reply, then two stray bytes 40 ms later
-    splitAnswer,       // a good reply in two pieces, 20 ms apart
+    answer,   // a good reply: the request echoed with frameType 1 and our identity
+    silent,   // no reply
+    corrupt,  // a reply with a broken CRC
+    twoBytes, // two stray bytes
   };
 
   PtyResponder(PtyPair& pty, std::uint32_t baud) : baud(baud), pty_(pty) {
@@ -91,16 +89,6 @@ private:
       pty_.send(reply);
       break;
     case Mode::twoBytes: pty_.send(std::vector<std::uint8_t>{0x01, 0x02}); break;
-    case Mode::answerThenGarbage:
-      pty_.send(reply);
-      std::this_thread::sleep_for(std::chrono::milliseconds(40));
-      pty_.send(std::vector<std::uint8_t>{0xAA, 0xBB});
-      break;
-    case Mode::splitAnswer:
-      pty_.send(std::vector<std::uint8_t>(reply.begin(), reply.begin() + 10));
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      pty_.send(std::vector<std::uint8_t>(reply.begin() + 10, reply.end()));
-      break;
     }
   }
 

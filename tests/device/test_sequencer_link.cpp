@@ -26,9 +26,10 @@ std::vector<std::uint8_t> replyFrame(std::uint8_t command, std::uint32_t address
   return out;
 }
 
-bool waitIdle(const FlashLink& link) {
+// Waits, as the sequencer's steps do, until the link has judged the outcome.
+bool waitIdle(FlashLink& link) {
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (link.isBusy()) {
+  for (link.update(); link.isBusy(); link.update()) {
     if (std::chrono::steady_clock::now() > until) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }

@@ -1,6 +1,7 @@
 // The device on its line: baud switches, wire timing and each injected fault.
 #include "sim/SimDevice.h"
 
+#include "base/Wire.h"
 #include "device/Frame.h"
 #include "tests/sim/SimTestFrames.h"
 
@@ -9,6 +10,8 @@
 namespace {
 
 const DeviceIdentity kMe{};
+
+std::int64_t wireTimeUs(std::size_t bytes, std::uint32_t baud) { return wireTime(bytes, baud).count(); }
 
 ParsedFrame at(std::vector<std::uint8_t> bytes, std::int64_t us) {
   ParsedFrame f;
@@ -20,13 +23,6 @@ ParsedFrame at(std::vector<std::uint8_t> bytes, std::int64_t us) {
 
 RequestOutcome identify(SimDevice& d, std::uint32_t baud = 115200, std::int64_t us = 0) {
   return d.onFrame(at(request(CmdIdentify, broadcastIds(), 0, 0), us), baud);
-}
-
-TEST(SimDeviceLine, WireTimeIsTenBitsPerByte) {
-  EXPECT_EQ(wireTimeUs(24, 9600), 25000);
-  EXPECT_EQ(wireTimeUs(24, 115200), 2084); // 2083.3, rounded up
-  EXPECT_EQ(wireTimeUs(280, 921600), 3039);
-  EXPECT_EQ(wireTimeUs(0, 9600), 0);
 }
 
 TEST(SimDeviceLine, RepliesLeaveAfterRequestWireProcessingAndReplyWire) {
