@@ -28,7 +28,8 @@
 # (or: WINEPREFIX=<prefix> wineserver -k).
 
 export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml="
+# winedbg off: a crashing program then ends at once instead of waiting in the debugger.
+export WINEDLLOVERRIDES="mscoree,mshtml=;winedbg.exe=d"
 export WINEARCH=win64
 export WINEPREFIX="${QMLOAD_WINEPREFIX:-$HOME/.cache/qmload/wine}"
 qmload_wine_kind=arial-mapped

@@ -33,7 +33,7 @@ void glBackendChar(unsigned int codepoint) { nk_glfw3_char_callback(glfw.win, co
 
 void glBackendScroll(double dx, double dy) { nk_gflw3_scroll_callback(glfw.win, dx, dy); }
 
-void glBackendInput(const ButtonEvent* button) {
+void glBackendInput(const ButtonChange* button) {
   nk_context* ctx = &glfw.ctx;
   GLFWwindow* win = glfw.win;
   glfwGetWindowSize(win, &glfw.width, &glfw.height);
@@ -47,8 +47,8 @@ void glBackendInput(const ButtonEvent* button) {
   glfwGetCursorPos(win, &x, &y);
   if (button) {
     // The change is judged where it happened, not where the cursor is now.
-    nk_input_motion(ctx, static_cast<int>(button->x), static_cast<int>(button->y));
-    nk_input_button(ctx, NK_BUTTON_LEFT, static_cast<int>(button->x), static_cast<int>(button->y), button->down);
+    nk_input_motion(ctx, button->x, button->y);
+    nk_input_button(ctx, button->button, button->x, button->y, button->down);
   } else {
     nk_input_motion(ctx, static_cast<int>(x), static_cast<int>(y));
   }

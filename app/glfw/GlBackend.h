@@ -3,15 +3,10 @@
 // one static object inside GlBackend.cpp; this header is all the loop needs of it.
 #include <cstdint>
 
+#include "app/ButtonQueue.h"
+
 struct GLFWwindow;
 struct nk_context;
-
-// One left-button change seen by the window's callback, at the cursor position of
-// that moment.
-struct ButtonEvent {
-  bool down = false;
-  double x = 0, y = 0;
-};
 
 // Creates the context for the window (input callbacks are installed by the loop).
 nk_context* glBackendInit(GLFWwindow* window);
@@ -20,7 +15,7 @@ nk_context* glBackendInit(GLFWwindow* window);
 void glBackendLoadFont(const void* fontData, int fontSize, float pixelSize);
 // Reads one frame of input: window size, typed characters, scroll, the cursor,
 // and at most one queued left-button change.
-void glBackendInput(const ButtonEvent* button);
+void glBackendInput(const ButtonChange* button);
 void glBackendChar(unsigned int codepoint);
 void glBackendScroll(double dx, double dy);
 // Clears the frame with an ARGB colour, draws the context's commands and clears

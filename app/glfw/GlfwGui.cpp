@@ -1,5 +1,5 @@
-// The Linux window and frame loop. A frame is drawn at once at start, one more
-// after every frame that handled input, and otherwise the loop blocks in
+// The Linux window. The shared frame loop (app/FrameLoop.h) draws a frame at once
+// at start, one more after every frame that handled input, and otherwise blocks in
 // glfwWaitEvents until input arrives or another thread calls wakeGui.
 #include "app/glfw/GlfwGui.h"
 
@@ -8,11 +8,12 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
+#include "app/ButtonQueue.h"
+#include "app/FrameLoop.h"
 #include "app/GuiState.h"
 #include "app/GuiStyle.h"
 #include "app/glfw/GlBackend.h"
@@ -25,9 +26,11 @@ constexpr const char* windowTitle = "qmload .::Vantorix::..::v1.0::.";
 constexpr const char* fontPath = "/usr/share/fonts/truetype/liberation/LiberationSans-Regular.ttf";
 constexpr float fontPixels = 14.0f;
 
-// Left-button changes in arrival order; one is fed to the GUI per frame so that a
-// press and its release never fall into the same frame.
-std::deque<ButtonEvent> buttonQueue;
+// Left-button changes, at most one per frame (see ButtonQueue), and the one this
+// frame gives to the GUI.
+ButtonQueue buttons;
+ButtonChange frameButton;
+bool haveFrameButton = false;
 // Window events seen since the counter was last cleared.
 unsigned eventsSeen = 0;
 std::atomic<bool> wakeRequested{false};
@@ -40,10 +43,16 @@ void wakeFromAnyThread() {
 void onMouseButton(GLFWwindow* window, int button, int action, int) {
   ++eventsSeen;
   if (button != GLFW_MOUSE_BUTTON_LEFT) return;
-  ButtonEvent event;
-  event.down = action == GLFW_PRESS;
-  glfwGetCursorPos(window, &event.x, &event.y);
-  buttonQueue.push_back(event);
+  ButtonChange change;
+  change.down = action == GLFW_PRESS;
+  double x = 0, y = 0;
+  glfwGetCursorPos(window, &x, &y);
+  change.x = static_cast<int>(x);
+  change.y = static_cast<int>(y);
+  if (buttons.offer(change)) {
+    frameButton = change;
+    haveFrameButton = true;
+  }
 }
 void onCursor(GLFWwindow*, double, double) { ++eventsSeen; }
 void onScroll(GLFWwindow*, double dx, double dy) {
@@ -87,6 +96,58 @@ std::vector<char> readFontFile() {
 
 void printGlfwError(int code, const char* text) { std::fprintf(stderr, "qmload: GLFW error %d: %s\n", code, text); }
 
+// The loop's window side. GLFW has no single-message peek: the first peek of a
+// frame polls every pending event and reports whether there were any (or a
+// wake-up), the next one reports the queue empty.
+class GlfwPump : public FramePump {
+public:
+  GlfwPump(Application& application, GLFWwindow* window) : application(application), window(window) {
+    const char* frameLog = std::getenv("QMLOAD_FRAME_LOG");
+    logFrames = frameLog && *frameLog && *frameLog != '0';
+  }
+
+  void beginInput() override {
+    polled = false;
+    ButtonChange kept;
+    if (buttons.startFrame(kept)) {
+      frameButton = kept;
+      haveFrameButton = true;
+    }
+    // More kept changes: the next frame must come without waiting for input.
+    if (buttons.hasPending()) wakeFromAnyThread();
+  }
+  int waitMessage() override {
+    glfwWaitEvents();
+    wakeRequested.store(false); // that wait is what the wake-up was for
+    return glfwWindowShouldClose(window) ? 0 : 1;
+  }
+  bool peekMessage(bool& quit) override {
+    if (polled) return false;
+    polled = true;
+    eventsSeen = 0;
+    glfwPollEvents();
+    quit = glfwWindowShouldClose(window);
+    return eventsSeen > 0 || wakeRequested.exchange(false) || quit;
+  }
+  void endInput() override {
+    glBackendInput(haveFrameButton ? &frameButton : nullptr);
+    haveFrameButton = false;
+  }
+  void drawFrame() override {
+    application.drawCurrent();
+    glBackendRender(guiClearColor);
+    glfwSwapBuffers(window);
+    if (logFrames) std::fprintf(stderr, "frame %lu\n", ++frames);
+  }
+
+private:
+  Application& application;
+  GLFWwindow* window;
+  bool polled = false;
+  bool logFrames = false;
+  unsigned long frames = 0;
+};
+
 } // namespace
 
 void runGui(Application& application) {
@@ -115,39 +176,8 @@ void runGui(Application& application) {
   installCallbacks(window);
   setWakeHandler(wakeFromAnyThread);
 
-  const char* frameLog = std::getenv("QMLOAD_FRAME_LOG");
-  const bool logFrames = frameLog && *frameLog && *frameLog != '0';
-  unsigned long frames = 0;
-
-  bool refresh = true;
-  bool running = true;
-  do {
-    if (refresh) {
-      refresh = false;
-    } else {
-      glfwWaitEvents();
-      wakeRequested.store(false); // that wait is what the wake-up was for
-      refresh = true;
-    }
-    eventsSeen = 0;
-    glfwPollEvents();
-    if (eventsSeen > 0 || wakeRequested.exchange(false)) refresh = true;
-
-    ButtonEvent button;
-    const bool haveButton = !buttonQueue.empty();
-    if (haveButton) {
-      button = buttonQueue.front();
-      buttonQueue.pop_front();
-      refresh = true;
-    }
-    glBackendInput(haveButton ? &button : nullptr);
-    if (glfwWindowShouldClose(window)) running = false;
-
-    application.drawCurrent();
-    glBackendRender(guiClearColor);
-    glfwSwapBuffers(window);
-    if (logFrames) std::fprintf(stderr, "frame %lu\n", ++frames);
-  } while (running);
+  GlfwPump pump(application, window);
+  runFrameLoop(pump);
 
   // The worker may still call wakeGui until it is joined.
   releaseSession(application);

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "app/win32/ButtonQueue.h"
+#include "app/ButtonQueue.h"
 
 #include "app/NuklearConfig.h"
 

@@ -6,7 +6,7 @@
 
 #include "app/GuiState.h"
 #include "app/GuiStyle.h"
-#include "app/win32/FrameLoop.h"
+#include "app/FrameLoop.h"
 #include "app/win32/GdipRenderer.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <deque>
 #include <string>
 
-#include "app/win32/FrameLoop.h"
+#include "app/FrameLoop.h"
 
 namespace {
 

@@ -1,6 +1,8 @@
 #pragma once
-// The rules of the window's frame loop, apart from the Windows calls themselves so
-// that they can be tested with a scripted message source.
+// The rules of the window's frame loop, shared by both window shells and kept apart
+// from the platform's calls so that they can be tested with a scripted message
+// source. The names follow the Win32 shell (GetMessageW, PeekMessageW, WM_QUIT);
+// the GLFW shell maps its event waiting and polling onto them.
 //
 // The loop draws the first frame at once. After every frame that handled input it
 // draws one more without waiting; otherwise it blocks until a message arrives.

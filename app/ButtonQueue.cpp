@@ -1,4 +1,4 @@
-#include "app/win32/ButtonQueue.h"
+#include "app/ButtonQueue.h"
 
 bool ButtonQueue::offer(const ButtonChange& change) {
   if (givenThisFrame || !pending.empty()) {

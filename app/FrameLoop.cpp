@@ -1,4 +1,4 @@
-#include "app/win32/FrameLoop.h"
+#include "app/FrameLoop.h"
 
 bool runFrame(FramePump& pump, FrameFlags& flags) {
   pump.beginInput();

@@ -2,7 +2,7 @@
 // that frame and the release in the next; nothing is lost or reordered.
 #include <gtest/gtest.h>
 
-#include "app/win32/ButtonQueue.h"
+#include "app/ButtonQueue.h"
 
 namespace {
 
