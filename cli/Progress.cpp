@@ -1,6 +1,7 @@
 #include "cli/Progress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "cli/JsonLine.h"
@@ -12,7 +13,7 @@ constexpr auto kInterval = std::chrono::milliseconds(100); // at most ten update
 constexpr int kBarWidth = 20;
 
 std::string clock(double seconds) {
-  const long s = static_cast<long>(std::max(seconds, 0.0) + 0.5);
+  const long s = std::lround(std::max(seconds, 0.0));
   char text[32];
   std::snprintf(text, sizeof text, "%ld:%02ld", s / 60, s % 60);
   return text;
@@ -92,7 +93,7 @@ void Progress::progress(const std::string& port, std::uint64_t done, std::uint64
                        {"port", port},
                        {"bytes", done},
                        {"total", total},
-                       {"percent", static_cast<double>(static_cast<long>(percent * 10.0 + 0.5)) / 10.0}});
+                       {"percent", static_cast<double>(std::lround(percent * 10.0)) / 10.0}});
   }
   drawBar(finished);
 }
@@ -130,7 +131,7 @@ void Progress::done(const std::string& port, double seconds, std::uint64_t bytes
   if (options_.json)
     printJsonLine(Json{{"event", "done"},
                        {"port", port},
-                       {"seconds", static_cast<double>(static_cast<long>(seconds * 1000.0 + 0.5)) / 1000.0},
+                       {"seconds", static_cast<double>(std::lround(seconds * 1000.0)) / 1000.0},
                        {"bytes", bytes}});
 }
 

@@ -1,7 +1,12 @@
 // qmload-cli: the toolchain jobs and the device jobs of qmload without a window.
+#include <cstdio>
+#include <exception>
+
 #include "cli/Commands.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   CLI::App app{"qmload-cli: build AELF images, rewrite linker scripts and flash devices", "qmload-cli"};
   app.set_version_flag("--version", "qmload-cli 1.0.0");
   app.require_subcommand(1);
@@ -19,4 +24,19 @@ int main(int argc, char** argv) {
     return ExitUsage; // every usage error, whatever CLI11's own code for it
   }
   return exitCode;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  // The jobs report their failures as results; this is the last guard of a
+  // script's exit code against what no job expected (out of memory, say).
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "qmload-cli: %s\n", e.what());
+  } catch (...) {
+    std::fprintf(stderr, "qmload-cli: unexpected failure\n");
+  }
+  return ExitFailed;
 }

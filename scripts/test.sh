@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up and runs every test: the formatting check, the whole suite
-# under ASan+UBSan, the threaded session and flashing tests under TSan, the Windows
-# build's tests under Wine, short fuzzing runs, and the flashing fault matrix.
+# under ASan+UBSan, clang-tidy over the product code, the threaded session and
+# flashing tests under TSan, the Windows build's tests under Wine, short fuzzing
+# runs, and the flashing fault matrix.
 # Ends with the stages that ran and were skipped, then one line
 # "tests: N passed, N failed, N skipped".
 #
@@ -11,7 +12,7 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=${QMLOAD_JOBS:-2}
-allStages="format asan tsan windows fuzz faults"
+allStages="format asan tidy tsan windows fuzz faults"
 
 bash scripts/setup.sh || { echo "setup failed"; exit 1; }
 
@@ -105,6 +106,10 @@ for s in $allStages; do
       count_plain "$logdir/format.log" format
       ;;
     asan) build_and_test linux-asan asan ;;
+    tidy)
+      stage tidy scripts/tidy.sh build/linux-asan
+      count_plain "$logdir/tidy.log" tidy
+      ;;
     tsan) build_and_test linux-tsan tsan ;;
     windows) build_and_test windows windows ;;
     fuzz)
