@@ -2,7 +2,7 @@
 
 #include "app/NuklearConfig.h"
 
-static_assert(NK_COLOR_COUNT == guiColorCount, "Nuklear's colour table has another size");
+static_assert(NK_COLOR_COUNT == 28, "Nuklear's colour table has another size");
 
 namespace {
 const nk_color colorTable[NK_COLOR_COUNT] = {
@@ -36,7 +36,5 @@ const nk_color colorTable[NK_COLOR_COUNT] = {
     /* TAB_HEADER */ {181, 45, 69, 220},
 };
 } // namespace
-
-const nk_color* guiColorTable() { return colorTable; }
 
 void applyGuiStyle(nk_context* ctx) { nk_style_from_table(ctx, colorTable); }

@@ -4,13 +4,9 @@
 #include <cstdint>
 
 struct nk_context;
-struct nk_color;
 
 // Opaque, red = green = blue = 30.
 constexpr std::uint32_t guiClearColor = 0xFF1E1E1Eu;
-constexpr int guiColorCount = 28;
 
-// The table in Nuklear's colour order (text, window, header, border, button, ...).
-const nk_color* guiColorTable();
-// Installs the table as the context's style.
+// Installs the table, in Nuklear's colour order, as the context's style.
 void applyGuiStyle(nk_context* ctx);

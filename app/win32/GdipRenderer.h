@@ -1,27 +1,16 @@
 #pragma once
-// Draws Nuklear's command list with GDI+ into an off-screen bitmap and copies it
-// to the window, and turns the window's messages into Nuklear input.
+// Sets up GDI+ and Nuklear for one window, draws each frame's commands into an
+// off-screen bitmap and copies it to the window, and makes the fonts.
 //
 // Only the flat GDI+ C API is used (gdiplus.dll); one renderer serves one window.
+// Keyboard and mouse input is Win32Input's.
 #include <windows.h>
 
 #include <gdiplus.h>
 
-#include <string>
-
-#include "app/ButtonQueue.h"
-
 #include "app/NuklearConfig.h"
-
-class GdipRenderer;
-
-// A GDI+ font as Nuklear's user font: height, text-width callback and handle.
-struct GdipFont {
-  nk_user_font nk{};
-  Gdiplus::GpFont* font = nullptr; // null only when the system has no font at all
-  GdipRenderer* owner = nullptr;   // whose off-screen graphics measures the text
-  std::string family;              // the family in use (UTF-8), empty without a font
-};
+#include "app/win32/GdipFonts.h"
+#include "app/win32/GdipPainter.h"
 
 class GdipRenderer {
 public:
@@ -30,21 +19,19 @@ public:
   // default style. Returns that context.
   nk_context* init(HWND hwnd, unsigned width, unsigned height);
 
-  // A font of the named family, size in pixels, regular style. Its height for
-  // Nuklear is the size GDI+ reports for it. When the family is missing it takes
-  // another: a few common sans-serif families, GDI+'s generic sans-serif, the first
-  // installed family, the stock GUI font; family says which. Never null: should
-  // even the stock font fail, font is null, the text takes room but is not drawn.
+  // A font of the named family, size in pixels, regular style (findFont says
+  // which family it falls back to). Its height for Nuklear is the size GDI+
+  // reports for it. Never null: should even the stock font fail, font is null,
+  // the text takes room but is not drawn.
   GdipFont* fontCreate(const wchar_t* name, int size);
   // Deletes the GDI+ font and frees the object.
   static void fontDelete(GdipFont* font);
   // Makes the font the context's style font.
   void setFont(GdipFont* font);
 
-  // Turns a window message into Nuklear input; true when the message was used.
-  bool handleEvent(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
-  void inputBegin();
-  void inputEnd();
+  // WM_SIZE makes a bitmap of the new size, WM_PAINT copies the bitmap to the
+  // window; true when the message was one of these.
+  bool handleWindowMessage(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
 
   // Clears the bitmap with clearColor (ARGB), draws the context's command list
   // with anti-aliasing, copies the bitmap to the window and clears the context.
@@ -53,7 +40,6 @@ public:
   // Frees the context and every GDI+ object, then shuts GDI+ down.
   void shutdown();
 
-  nk_context* context() { return initialised ? &ctx : nullptr; }
   // The colour of one pixel of the off-screen bitmap as last rendered (ARGB).
   Gdiplus::ARGB pixel(int x, int y) const;
   // Width of a UTF-8 text in pixels with the font, as Nuklear asks for it.
@@ -63,16 +49,8 @@ private:
   void resize(unsigned width, unsigned height);
   void createSurface(unsigned width, unsigned height);
   void releaseSurface();
+  void paint(HWND hwnd);
   void present(Gdiplus::GpGraphics* target);
-  void drawCommands();
-  void setPen(nk_color color, unsigned short thickness);
-  void setBrush(nk_color color);
-  void roundedRectPath(float x, float y, float w, float h, float r);
-  bool handleKey(WPARAM key, bool down);
-  bool handleButton(HWND hwnd, UINT message, LPARAM lParam);
-
-  void applyButton(const ButtonChange& change);
-  ButtonQueue buttons; // one button change per frame
 
   nk_context ctx{};
   bool initialised = false;
@@ -81,8 +59,5 @@ private:
   Gdiplus::GpGraphics* windowGraphics = nullptr;
   Gdiplus::GpBitmap* bitmap = nullptr;
   Gdiplus::GpGraphics* memoryGraphics = nullptr;
-  Gdiplus::GpPen* pen = nullptr;
-  Gdiplus::GpSolidFill* brush = nullptr;
-  Gdiplus::GpPath* path = nullptr;
-  Gdiplus::GpStringFormat* format = nullptr;
+  GdipPainter painter;
 };

@@ -8,6 +8,7 @@
 #include "app/GuiStyle.h"
 #include "app/FrameLoop.h"
 #include "app/win32/GdipRenderer.h"
+#include "app/win32/Win32Input.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ constexpr DWORD windowExStyle = WS_EX_APPWINDOW | WS_EX_ACCEPTFILES;
 // The main window, for wakeGui from the session's worker thread.
 HWND mainWindow = nullptr;
 GdipRenderer renderer;
+Win32Input input;
 
 void postWake() { PostMessageA(mainWindow, WM_USER, 0, 0); }
 
@@ -38,13 +40,13 @@ void reportFont(const GdipFont& font) {
   std::cout << std::flush;
 }
 
-// The loop's window side: GetMessageW/PeekMessageW, the renderer's input
-// bracketing, the current screen's drawing and the render.
+// The loop's window side: GetMessageW/PeekMessageW, the input bracketing, the
+// current screen's drawing and the render.
 class WindowPump : public FramePump {
 public:
   explicit WindowPump(Application& application) : application(application) {}
 
-  void beginInput() override { renderer.inputBegin(); }
+  void beginInput() override { input.begin(); }
   int waitMessage() override {
     MSG msg;
     const BOOL result = GetMessageW(&msg, nullptr, 0, 0);
@@ -62,7 +64,7 @@ public:
     DispatchMessageW(&msg);
     return true;
   }
-  void endInput() override { renderer.inputEnd(); }
+  void endInput() override { input.end(); }
   void drawFrame() override {
     application.drawCurrent();
     renderer.render(guiClearColor);
@@ -98,7 +100,8 @@ LRESULT CALLBACK windowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lPara
   case WM_DESTROY: PostQuitMessage(0); return 0;
   default: break;
   }
-  if (renderer.handleEvent(hwnd, message, wParam, lParam)) return 0;
+  if (renderer.handleWindowMessage(hwnd, message, wParam, lParam) || input.handleMessage(hwnd, message, wParam, lParam))
+    return 0;
   return DefWindowProcW(hwnd, message, wParam, lParam);
 }
 
@@ -121,6 +124,7 @@ void runGui(Application& application) {
   setWakeHandler(postWake);
 
   application.ctx = renderer.init(mainWindow, clientWidth, clientHeight);
+  input.attach(mainWindow, application.ctx);
   GdipFont* font = renderer.fontCreate(fontName, fontPixels);
   reportFont(*font);
   renderer.setFont(font);
@@ -133,6 +137,7 @@ void runGui(Application& application) {
   releaseSession(application);
   setWakeHandler(nullptr);
   GdipRenderer::fontDelete(font);
+  input.detach();
   renderer.shutdown();
   application.ctx = nullptr;
   mainWindow = nullptr;

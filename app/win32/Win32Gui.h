@@ -9,7 +9,8 @@
 void runGui(Application& application);
 
 // The window procedure: WM_USER only wakes the loop, WM_DROPFILES sets the program
-// path, WM_DESTROY ends the loop, the rest goes to the renderer or to Windows.
+// path, WM_DESTROY ends the loop; resizing and painting go to the renderer, the
+// keyboard and the mouse to the input, and what neither takes to Windows.
 LRESULT CALLBACK windowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
 
 // Passes every dropped file name to setProgramPath in order, so the last one wins,

@@ -44,8 +44,8 @@ protected:
   // One frame: a borderless Nuklear window over the whole area whose canvas gets
   // the commands, rendered on a black clear colour.
   void frame(const std::function<void(nk_command_buffer*)>& draw, Gdiplus::ARGB clear = black) {
-    renderer.inputBegin();
-    renderer.inputEnd();
+    nk_input_begin(ctx);
+    nk_input_end(ctx);
     ctx->style.window.fixed_background = nk_style_item_color(nk_rgba(0, 0, 0, 0));
     if (nk_begin(ctx, "canvas", nk_rect(0, 0, 200, 100), NK_WINDOW_NO_SCROLLBAR)) draw(nk_window_get_canvas(ctx));
     nk_end(ctx);

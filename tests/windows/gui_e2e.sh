@@ -113,11 +113,11 @@ waitFor 60 "the identity on stdout" grep -q '0x00c0ffee-12345678-9abcdef0' "$wor
 sleep 0.5
 shot 3-device-ready
 
-# Flush, look at the bar once while it moves, then wait for the finish.
+# Press "Flush", look at the bar once while it moves, then wait for the finish.
 click 140 78
 sleep 3
-shot 4-flushing
-filled=$(redRun 4-flushing 60)
+shot 4-flashing
+filled=$(redRun 4-flashing 60)
 echo "progress bar after 3 s: $filled pixels filled"
 [ "$filled" -gt 0 ] || fail "the progress bar shows nothing"
 finished() { [ -f "$work/dump.bin" ] && grep -q 'dump' "$work/sim.err"; }
