@@ -2,13 +2,14 @@
 #include <cstdio>
 #include <exception>
 
+#include "base/Version.h"
 #include "cli/Commands.h"
 
 namespace {
 
 int run(int argc, char** argv) {
   CLI::App app{"qmload-cli: build AELF images, rewrite linker scripts and flash devices", "qmload-cli"};
-  app.set_version_flag("--version", "qmload-cli 1.0.0");
+  app.set_version_flag("--version", "qmload-cli " QMLOAD_VERSION);
   app.require_subcommand(1);
 
   ExitCode exitCode = ExitOk;

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "base/IdentityText.h"
+#include "base/Version.h"
 
 #include <cctype>
 #include <cstdlib>
@@ -50,6 +51,7 @@ bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& ex
   app.add_option("--silent-after-writes", out.faults.silentAfterWrites, "After N write-blocks, ignore every request");
   app.add_option("--garbage", garbage, "N[:R] - send N garbage bytes right before reply R (default 1)");
   app.add_flag("--verbose", out.verbose, "Log each request and reply on stderr");
+  app.set_version_flag("--version", "qmload-sim " QMLOAD_VERSION);
 
   try {
     app.parse(argc, argv);
