@@ -13,6 +13,7 @@ packages=(
   g++-mingw-w64-x86-64-posix wine wine64
   clang libclang-rt-14-dev llvm clang-format clang-tidy
   dpkg-dev xz-utils ca-certificates python3
+  help2man lintian nsis fakeroot zip unzip man-db bash-completion
   ser2net python3-serial
 )
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Sets everything up and runs every test: the formatting check, the whole suite
 # under ASan+UBSan, clang-tidy over the product code, the threaded session and
-# flashing tests under TSan, the Windows build's tests under Wine, short fuzzing
-# runs, and the flashing fault matrix.
+# flashing tests under TSan, the Windows build's tests under Wine, the packages
+# (made, unpacked, installed and uninstalled), short fuzzing runs, and the
+# flashing fault matrix.
 # Ends with the stages that ran and were skipped, then one line
 # "tests: N passed, N failed, N skipped".
 #
@@ -12,7 +13,7 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=${QMLOAD_JOBS:-2}
-allStages="format asan tidy tsan windows fuzz faults"
+allStages="format asan tidy tsan windows packages fuzz faults"
 
 bash scripts/setup.sh || { echo "setup failed"; exit 1; }
 
@@ -112,6 +113,10 @@ for s in $allStages; do
       ;;
     tsan) build_and_test linux-tsan tsan ;;
     windows) build_and_test windows windows ;;
+    packages)
+      stage packages tests/packages/run.sh
+      count_plain "$logdir/packages.log" packages
+      ;;
     fuzz)
       stage fuzz scripts/fuzz.sh --seconds "${QMLOAD_FUZZ_SECONDS:-30}"
       count_plain "$logdir/fuzz.log" fuzz
