@@ -58,6 +58,8 @@ public:
       if (framer_.size() != kFrameMax) fail("bytes refused by a frame that is not full");
       ended(framer_.poll(now), now);
     }
+    // A frame filled to the last byte ends at the worker's next poll, at once.
+    if (holding_ && framer_.size() == kFrameMax) ended(framer_.poll(now), now);
   }
 
   void finish() {
