@@ -3,6 +3,7 @@
 // The lower layers' console messages go to stderr, or with --json become "log"
 // events on stdout, so that with --json every line of stdout is one JSON object.
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -51,6 +52,7 @@ class SilentReporter : public JobReporter {
 public:
   void found(const std::string&, const std::string&, std::uint32_t) override {}
   void progress(const std::string&, std::uint64_t, std::uint64_t) override {}
+  void erasing(const std::string&) override {}
 };
 
 struct DeviceOptions {
@@ -59,6 +61,7 @@ struct DeviceOptions {
   std::string id;
   std::string framing = "fast";
   std::string image;
+  double eraseTimeout = kDefaultEraseSeconds;
   bool json = false;
   bool quiet = false;
 };
@@ -88,6 +91,7 @@ bool jobTemplate(const DeviceOptions& o, DeviceJob& job) {
   }
   job.framing = o.framing == "gap" ? ReplyFraming::gap : ReplyFraming::fast;
   job.cancel = &gCancel;
+  job.eraseTimeoutMs = static_cast<std::uint32_t>(std::lround(o.eraseTimeout * 1000.0));
   return true;
 }
 
@@ -221,6 +225,11 @@ void addDeviceCommands(CLI::App& app, ExitCode& exitCode) {
   flash->add_option("--id", flashOpt.id, "Address this identity (0xAAAAAAAA-BBBBBBBB-CCCCCCCC)");
   flash->add_option("--framing", flashOpt.framing, "Reply framing: fast, or gap (100 ms of silence)")
       ->check(CLI::IsMember({"fast", "gap"}))
+      ->capture_default_str();
+  flash
+      ->add_option("--erase-timeout", flashOpt.eraseTimeout,
+                   "Seconds to wait for the answer to start while the device erases")
+      ->check(CLI::Range(0.1, 600.0))
       ->capture_default_str();
   flash->add_flag("--json", flashOpt.json, "One JSON object per line on stdout");
   flash->add_flag("--quiet", flashOpt.quiet, "No progress, only errors");

@@ -59,6 +59,11 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
 
   FlashPolicy policy = FlashPolicy::cli(job.cancel);
   policy.fixedBaudIndex = job.baudIndex;
+  policy.eraseTimeoutTicks = job.eraseTimeoutMs;
+  // A remote port (rfc2217://) puts a network between request and reply. Each
+  // time-out's margin grows by twice the round trip measured at connect: one for
+  // the crossing itself, one for a loaded network's jitter. 0 for a local port.
+  policy.timeoutMarginTicks += 2 * ((session->roundTripMicros() + 999) / 1000);
   FlushState s;
 
   auto finish = [&](JobResult r) {
@@ -86,6 +91,10 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
         result.message = "Devices are not found";
         return finish(result);
       }
+      if (o == DiscoveryOutcome::Lost) {
+        result.message = "Port lost";
+        return finish(result);
+      }
       if (o == DiscoveryOutcome::Waiting) waiter.wait();
     }
   }
@@ -104,6 +113,7 @@ JobResult runDeviceJob(const DeviceJob& job, JobReporter& reporter) {
 
   const auto started = Clock::now();
   beginFlash(s, link, *job.image, policy);
+  reporter.erasing(job.port);
   for (;;) {
     const FlashOutcome o = stepFlash(s, link, policy);
     switch (o.kind) {

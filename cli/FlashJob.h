@@ -7,6 +7,7 @@
 
 #include "cli/ExitCode.h"
 #include "device/DeviceSession.h"
+#include "device/FlashSequencer.h"
 #include "image/AelfImage.h"
 
 struct DeviceJob {
@@ -17,6 +18,7 @@ struct DeviceJob {
   ReplyFraming framing = ReplyFraming::fast;
   const AelfImage* image = nullptr; // null: identify only
   const std::atomic<bool>* cancel = nullptr;
+  std::uint32_t eraseTimeoutMs = kDefaultEraseSeconds * 1000; // how long Start's answer may take
 };
 
 // What a job reports while it runs; called from the job's thread.
@@ -25,6 +27,8 @@ public:
   virtual ~JobReporter() = default;
   virtual void found(const std::string& port, const std::string& identity, std::uint32_t baud) = 0;
   virtual void progress(const std::string& port, std::uint64_t done, std::uint64_t total) = 0;
+  // Start was sent: the device erases before it answers.
+  virtual void erasing(const std::string& port) = 0;
 };
 
 struct JobResult {

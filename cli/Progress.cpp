@@ -39,6 +39,11 @@ std::vector<std::string> progressLines(const std::vector<ProgressRow>& rows) {
     std::string bar(kBarWidth, '-');
     std::fill_n(bar.begin(), static_cast<int>(fraction * kBarWidth), '#');
     char text[512];
+    if (r.erasing) {
+      std::snprintf(text, sizeof text, "%-*s [%s] erasing", static_cast<int>(width), r.port.c_str(), bar.c_str());
+      lines.emplace_back(text);
+      continue;
+    }
     std::snprintf(text, sizeof text, "%-*s [%s] %3d%% %.1f/%.1f KiB %.1f KiB/s ETA %s", static_cast<int>(width),
                   r.port.c_str(), bar.c_str(), static_cast<int>(fraction * 100.0), static_cast<double>(r.done) / 1024.0,
                   static_cast<double>(r.total) / 1024.0, rate, eta.c_str());
@@ -78,9 +83,22 @@ void Progress::found(const std::string& port, const std::string& identity, std::
   }
 }
 
+void Progress::erasing(const std::string& port) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  PortState& p = stateOf(port);
+  p.row.erasing = true;
+  if (options_.json) printJsonLine(Json{{"event", "erasing"}, {"port", port}});
+  drawBar(true);
+}
+
 void Progress::progress(const std::string& port, std::uint64_t done, std::uint64_t total) {
   std::lock_guard<std::mutex> lock(mutex_);
   PortState& p = stateOf(port);
+  if (p.row.erasing) {
+    // Rates and the time left count from the first block, not from the erase.
+    p.row.erasing = false;
+    p.started = Clock::now();
+  }
   const bool finished = done >= total && p.row.done < total;
   p.row.done = done;
   p.row.total = total;

@@ -23,7 +23,8 @@ struct ProgressRow {
   std::string port;
   std::uint64_t done = 0;
   std::uint64_t total = 0;
-  double seconds = 0; // since this port's first block
+  double seconds = 0;   // since this port's first block
+  bool erasing = false; // waiting for the answer to start
 };
 
 // The display's lines, one per row in the given order: the port name (padded to the
@@ -36,6 +37,7 @@ public:
 
   void found(const std::string& port, const std::string& identity, std::uint32_t baud) override;
   void progress(const std::string& port, std::uint64_t done, std::uint64_t total) override;
+  void erasing(const std::string& port) override;
   void done(const std::string& port, double seconds, std::uint64_t bytes);
   void error(const std::string& port, const std::string& message);
   // A console message of the lower layers (text with its line end, and the port it

@@ -24,6 +24,8 @@ public:
   bool isBusy() const override { return session_.isBusy() || (!judged_ && !session_.hasFailed()); }
   bool hasFailed() const override { return session_.hasFailed() || stray_; }
   std::uint32_t replyWord(int i) const override { return session_.replyWord(i); }
+  bool requestUnwritten() const override { return session_.requestUnwritten(); }
+  bool lineLost() const override { return session_.lineLost(); }
 
   // Replies that did not echo their request, since construction.
   std::uint32_t strayReplies() const { return strays_; }

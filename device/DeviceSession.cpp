@@ -72,6 +72,8 @@ std::uint32_t DeviceSession::replyWord(int i) const {
 void DeviceSession::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command,
                             std::uint32_t address, const std::uint8_t* data, std::uint32_t length,
                             std::uint32_t timeout) {
+  unwritten_.store(false);
+  unwrittenWake_.store(0);
   busy.exchange(true);
   failed.exchange(false);
   FrameFields fields;
@@ -88,15 +90,21 @@ void DeviceSession::request(std::uint32_t id0, std::uint32_t id1, std::uint32_t 
     busy.exchange(false);
     return;
   }
+  // Armed before the write: a reply taken before the write returns disarms it, and a
+  // counter armed afterwards would later fail a request that succeeded.
+  ticksLeft.store(timeout);
   bool written;
   {
     std::shared_lock<std::shared_mutex> lock(portLock_);
     written = SerialPort::write(request_.data(), n);
   }
-  if (written)
-    ticksLeft.store(timeout);
-  else
-    failed.exchange(true); // busy stays set: nothing happens until the next request
+  if (written) return;
+  ticksLeft.store(0);
+  failed.exchange(true); // busy stays set: the owner reads the pair as a failed request
+  unwrittenWake_.store(std::max(timeout, kUnwrittenWakeTicks));
+  unwritten_.store(true);
+  { std::lock_guard<std::mutex> lock(stopMutex_); }
+  stopCv_.notify_all(); // a worker asleep on a closed port starts counting
 }
 
 void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std::uint8_t stopIndex) {
@@ -126,10 +134,37 @@ std::uint32_t DeviceSession::lockedRead(std::uint8_t* buffer, std::uint32_t size
   return read(buffer, size);
 }
 
-// Sleeps a second, or less when the session is being destroyed.
+// Sleeps a second, or less when the session is being destroyed or an unwritten
+// request's wake-up is counting.
 void DeviceSession::sleepClosed() {
   std::unique_lock<std::mutex> lock(stopMutex_);
-  stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] { return stop.load(); });
+  stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1),
+                     [this] { return stop.load() || unwrittenWake_.load() != 0; });
+}
+
+// Counts an unwritten request's wait down and wakes the owner at its end. True while
+// it counts.
+bool DeviceSession::unwrittenWakeStep() {
+  std::uint32_t left = unwrittenWake_.load();
+  if (left == 0) return false;
+  if (unwrittenWake_.compare_exchange_strong(left, left - 1) && left == 1) wake();
+  return true;
+}
+
+// The line is gone: the port is closed (the loss was reported once by the serial
+// layer) and a request still outstanding ends as failed.
+void DeviceSession::closeLostLine() {
+  {
+    std::unique_lock<std::shared_mutex> lock(portLock_);
+    close();
+  }
+  lineLost_.store(true);
+  if (busy.load() && !failed.load()) {
+    ticksLeft.store(0);
+    failed.exchange(true);
+    busy.exchange(false);
+  }
+  wake();
 }
 
 // One pass is a tick: receive, run the time-out, wait 1 ms. While the port is closed
@@ -139,14 +174,19 @@ void DeviceSession::sleepClosed() {
 void DeviceSession::workerLoop() {
   if (!stop.load()) sleepClosed();
   while (!stop.load()) {
-    if (isOpen()) {
+    if (isOpen() && lost()) {
+      closeLostLine();
+    } else if (isOpen()) {
       if (!failed.load()) receive();
       timeoutStep();
+      unwrittenWakeStep();
       const auto tickEnd = Clock::now() + milliseconds(1);
       if (framing_.load() == ReplyFraming::fast)
         receiveUntil(tickEnd);
       else
         sleepUntil(tickEnd);
+    } else if (unwrittenWakeStep()) {
+      sleepUntil(Clock::now() + milliseconds(1));
     } else {
       sleepClosed();
     }
@@ -165,7 +205,10 @@ void DeviceSession::receiveUntil(Clock::time_point tickEnd) {
       std::shared_lock<std::shared_mutex> lock(portLock_);
       readable = waitForInput(left);
     }
-    if (!readable) continue;
+    if (!readable) {
+      if (lost()) break;
+      continue;
+    }
     // Nothing waits for these bytes now, or the wake was a hang-up and not input.
     if (failed.load() || !busy.load() || lockedAvailable() == 0) break;
     receive();
@@ -190,7 +233,7 @@ FrameVerdict DeviceSession::readFrame(ReplyFraming framing) {
     }
     const FrameVerdict verdict = framer_.poll(Clock::now());
     if (verdict != FrameVerdict::open) return verdict;
-    if (!isOpen()) return framer_.cut();
+    if (!isOpen() || lost()) return framer_.cut();
     bool readable;
     {
       std::shared_lock<std::shared_mutex> lock(portLock_);

@@ -8,6 +8,13 @@
 //   false true    timed out, short frame, CRC error or refused request
 //   true  true    the write failed; nothing more happens until the next request
 //
+// The owner reads the last pair as a failed request (requestUnwritten): the session
+// wakes it once the request's time-out (at least kUnwrittenWakeTicks) has passed, so
+// a screen goes on retrying at the pace of a silent device, never faster.
+//
+// A lost line (hang-up, unplug) is reported once by the serial layer; the worker
+// then closes the port and ends the outstanding request as failed.
+//
 // The reply is published through busy/failed: read it only after seeing busy false
 // and failed false. The port is guarded by a lock so that reopen never overlaps a
 // read of the worker.
@@ -51,6 +58,13 @@ public:
 
   bool isBusy() const override { return busy.load(); }
   bool hasFailed() const override { return failed.load(); }
+  // True once an unwritten request's wait has passed (its busy and failed are set at once).
+  bool requestUnwritten() const override { return unwritten_.load() && unwrittenWake_.load() == 0; }
+  bool lineLost() const override { return lineLost_.load(); }
+
+  // The shortest wait, in ticks, before the owner is woken after a request that
+  // could not be written.
+  static constexpr std::uint32_t kUnwrittenWakeTicks = 100;
   // Id word i (0..2) of the last accepted reply, little-endian at offsets 1, 5, 9.
   std::uint32_t replyWord(int i) const override;
 
@@ -75,6 +89,8 @@ private:
   void receiveUntil(std::chrono::steady_clock::time_point tickEnd);
   void receive();
   void timeoutStep();
+  bool unwrittenWakeStep();
+  void closeLostLine();
   FrameVerdict readFrame(ReplyFraming framing);
   void reportCrcError();
   std::uint32_t lockedAvailable();
@@ -88,6 +104,9 @@ private:
   std::function<void()> wake_;
   std::atomic<ReplyFraming> framing_{ReplyFraming::gap};
   std::atomic<std::uint32_t> lineBaud_{9600};
+  std::atomic<bool> unwritten_{false};
+  std::atomic<std::uint32_t> unwrittenWake_{0}; // ticks until the owner is woken
+  std::atomic<bool> lineLost_{false};
   std::stringstream log_;
   std::array<std::uint8_t, kFrameMax> request_{};
   std::array<std::uint8_t, kFrameMax> scratch_{};

@@ -19,6 +19,11 @@ public:
   virtual void update() {}
   virtual bool isBusy() const = 0;
   virtual bool hasFailed() const = 0;
+  // The last request could not be written: busy and failed both set by request
+  // itself. Read as a failed request, never as one still outstanding.
+  virtual bool requestUnwritten() const { return isBusy() && hasFailed(); }
+  // The line was lost (hang-up, unplug) during this session.
+  virtual bool lineLost() const { return false; }
   // The id field i (0..2) of the last accepted reply; read only after a request ended
   // without failure.
   virtual std::uint32_t replyWord(int i) const = 0;

@@ -1,5 +1,6 @@
 #include "device/FlashSequencer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -22,7 +23,8 @@ constexpr std::uint32_t kLastBaudIndex = kLadderBauds.size() - 1;
 constexpr std::uint32_t kSegmentCount = sizeof(AelfImage::segments) / sizeof(AelfImage::segments[0]);
 
 const char* const kNotResponding = "Device not response";
-const char* const kPortLost = "Port lost: a request could not be written";
+const char* const kPortLost = "Port lost";
+const char* const kUnwritten = "A request could not be written to the port";
 
 // The 256 bytes of a block. Blocks at the end of a segment run on into the bytes
 // that follow it in the image area; past the end of the area they read as 0xFF
@@ -55,7 +57,8 @@ void sendStep(FlushState& s, FlashLink& link, const FlashPolicy& policy, bool re
     // Repeated, Start sends `offset` as its length: it holds the total until the
     // first segment is loaded.
     send(link, s, CmdStart, 0, nullptr, repeated ? s.offset : s.total,
-         policy.timeoutFor(repeated ? kStartRetryTimeout : kStartTimeout, baud, kShortRequestBytes));
+         std::max(policy.eraseTimeoutTicks,
+                  policy.timeoutFor(repeated ? kStartRetryTimeout : kStartTimeout, baud, kShortRequestBytes)));
     break;
   case NextSegment: break; // transient: nothing to repeat
   case WriteBlock: {
@@ -74,9 +77,11 @@ void sendStep(FlushState& s, FlashLink& link, const FlashPolicy& policy, bool re
          policy.timeoutFor(kCommandTimeout, baud, kShortRequestBytes));
     break;
   case Finish:
-    // Repeated, Finish waits 100 ticks instead of 500.
+    // Repeated, Finish waits 100 ticks instead of 500 (the command line keeps 500:
+    // a device may take that long to complete its image every time).
     send(link, s, CmdFinish, 0, nullptr, 0,
-         policy.timeoutFor(repeated ? kFinishRetryTimeout : kFinishTimeout, baud, kShortRequestBytes));
+         policy.timeoutFor(repeated && !policy.patientFinish ? kFinishRetryTimeout : kFinishTimeout, baud,
+                           kShortRequestBytes));
     break;
   }
 }
@@ -233,9 +238,12 @@ FlashPolicy FlashPolicy::cli(const std::atomic<bool>* cancel) {
   p.zeroCheckIsRefusal = true;
   p.boundedRetries = true;
   p.writeFailureEnds = true;
+  p.lostLineEnds = true;
+  p.patientFinish = true;
   p.retryAlternatesBaud = true;
   p.scaleTimeouts = true;
   p.timeoutMarginTicks = 30;
+  p.eraseTimeoutTicks = kDefaultEraseSeconds * 1000; // ticks are milliseconds
   p.cancel = cancel;
   return p;
 }
@@ -261,13 +269,16 @@ void sendDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
 DiscoveryOutcome stepDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
   if (policy.cancelled()) return DiscoveryOutcome::Cancelled;
   link.update();
-  // Busy first: once a request is seen over, its failed flag is final.
+  // Busy first: once a request is seen over, its failed flag is final. A request
+  // that could not be written leaves busy set too; it counts as a failed attempt,
+  // so a port that cannot be opened runs out into "Devices are not found".
+  const bool unwritten = link.requestUnwritten();
   const bool busy = link.isBusy();
   const bool failed = link.hasFailed();
-  // A request that could not be written leaves busy set; the command line counts
-  // it as a failed attempt instead of waiting for ever.
-  if (busy && !(policy.writeFailureEnds && failed)) return DiscoveryOutcome::Waiting;
-  return failed ? retryDiscovery(s, link, policy) : takeIdentity(s, link);
+  if (busy && !unwritten) return DiscoveryOutcome::Waiting;
+  if (!failed && !unwritten) return takeIdentity(s, link);
+  if (policy.lostLineEnds && link.lineLost()) return DiscoveryOutcome::Lost;
+  return retryDiscovery(s, link, policy);
 }
 
 bool beginFlash(FlushState& s, FlashLink& link, const AelfImage& image, const FlashPolicy& policy) {
@@ -283,14 +294,17 @@ bool beginFlash(FlushState& s, FlashLink& link, const AelfImage& image, const Fl
 FlashOutcome stepFlash(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
   if (policy.cancelled()) return outcome(FlashKind::Cancelled);
   link.update();
-  // Busy first: once a request is seen over, its failed flag is final.
+  // Busy first: once a request is seen over, its failed flag is final. A request
+  // that could not be written (busy and failed both set) is a failed request.
+  const bool unwritten = link.requestUnwritten();
   const bool busy = link.isBusy();
   const bool failed = link.hasFailed();
-  if (busy) {
-    if (policy.writeFailureEnds && failed) return outcome(FlashKind::Failed, kPortLost);
-    return outcome(FlashKind::Waiting);
-  }
-  if (failed) return repeatFailed(s, link, policy);
+  if (busy && !unwritten) return outcome(FlashKind::Waiting);
+  // An answer that came before the line was lost still counts (a hang-up right
+  // after the answer to Finish leaves a complete flash).
+  if ((failed || unwritten) && policy.lostLineEnds && link.lineLost()) return outcome(FlashKind::Failed, kPortLost);
+  if (unwritten && policy.writeFailureEnds) return outcome(FlashKind::Failed, kUnwritten);
+  if (failed || unwritten) return repeatFailed(s, link, policy);
 
   s.retries = 0;
   switch (s.step) {

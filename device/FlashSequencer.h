@@ -15,7 +15,8 @@
 //   - discovery goes on in the background while "Devices are not found" shows.
 // FlashPolicy::cli() differs only where that would hang a script: a zero answer is
 // a refusal naming the block address, the seventh failure ends the flash with
-// "Device not response", a request that cannot be written ends it, time-outs
+// "Device not response", a request that cannot be written or a lost line ends it
+// at once, the answer to Start is awaited as long as an erase takes, time-outs
 // grow with the wire time at the line's baud rate, a repeated Start also tries the
 // transfer rate and a repeated Finish the device's own rate, and a cancel flag is
 // honoured.
@@ -46,6 +47,8 @@ constexpr std::uint32_t kWriteBlockTimeout = 1000;
 constexpr std::uint32_t kCommandTimeout = 100; // commands 7 and 9
 constexpr std::uint32_t kFinishTimeout = 500;
 constexpr std::uint32_t kFinishRetryTimeout = 100;
+// The command line's default wait for the answer to Start (the device's erase), in seconds.
+constexpr std::uint32_t kDefaultEraseSeconds = 20;
 
 // The variables of the flash screen. One process-wide instance in the GUI; the
 // command line keeps one per device. Nothing resets them except where the steps say.
@@ -81,8 +84,13 @@ struct FlashPolicy {
   // (and ends discovery with NotFound without starting over).
   bool boundedRetries = false;
   // A request that could not be written (busy and failed both set) ends the flash
-  // with Failed instead of waiting for ever.
+  // with Failed instead of being repeated like any failed request.
   bool writeFailureEnds = false;
+  // A lost line (hang-up, unplug) ends discovery with Lost and the flash with
+  // Failed("Port lost") at once, instead of retrying on a port that is gone.
+  bool lostLineEnds = false;
+  // A repeated Finish waits as long as the first one.
+  bool patientFinish = false;
   // Time-outs are at least twice the wire time of request and reply at the line's
   // baud rate plus timeoutMarginTicks; never shorter than the screen's.
   bool scaleTimeouts = false;
@@ -92,6 +100,9 @@ struct FlashPolicy {
   // as it answers, so when only the answer was lost the device listens at the rate
   // the host has not tried yet: after Start at 921600, after Finish at its own.
   bool retryAlternatesBaud = false;
+  // Start (first and repeated) waits at least this many ticks for its answer: the
+  // device erases its flash before it answers. 0 = the screen's time-outs.
+  std::uint32_t eraseTimeoutTicks = 0;
   // Discovery only at this baud index (six attempts) instead of the whole ladder; -1 = ladder.
   int fixedBaudIndex = -1;
   // Set from any thread to stop: the next step returns Cancelled.
@@ -110,6 +121,7 @@ enum class DiscoveryOutcome {
   Waiting,  // a request is outstanding
   Retrying, // no answer; the next attempt was sent (same or next baud rate)
   NotFound, // the ladder is exhausted: notFoundPopup was raised, nothing sent
+  Lost,     // (cli) the line was lost
   Found,    // a device answered: deviceId0..2 hold its identity
   Cancelled,
 };

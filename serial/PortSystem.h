@@ -14,13 +14,19 @@ struct LineSettings {
   std::uint32_t baud;
   std::uint32_t parity;   // SerialPort::ParityCode; an unknown code keeps the driver's parity
   std::uint8_t dataBits;  // 5..8, checked by the caller
-  std::uint32_t stopBits; // SerialPort::StopCode, combination checked by the caller
+  std::uint32_t stopBits; // SerialPort::StopCode, combination checked by stopBitsFit
 };
 
 // Opens and configures the device. On failure prints the failing step's text and
 // returns null; nothing stays open.
 PortHandle* openPort(const std::string& name, const LineSettings& line);
 void closePort(PortHandle* port);
+// True once the device is gone (hang-up, unplug, node removed): reads and writes
+// then fail at once. The owner closes the port.
+bool lineLost(PortHandle* port);
+// The stop-bit and data-bit combination checks, run by openPort after the device is
+// open (so a missing port reports only that). Prints the refusal; false when refused.
+bool stopBitsFit(const LineSettings& line, const std::string& name);
 // Bytes waiting in the input queue, 0 on error.
 std::uint32_t queued(PortHandle* port);
 // Waits at most `micros` microseconds for a byte to be queued; true when one is (or

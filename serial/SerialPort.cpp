@@ -15,6 +15,20 @@ const char* const kDataBits = "Error opening port: The number of data bits shoul
 
 } // namespace
 
+bool portsys::stopBitsFit(const LineSettings& line, const std::string& name) {
+  if (line.stopBits == SerialPort::StopTwo && line.dataBits == 5) {
+    // The data-bits text on purpose: this is the message users know for it.
+    consolePrint(kDataBits, name);
+    return false;
+  }
+  if (line.stopBits == SerialPort::StopOneAndHalf && line.dataBits >= 6) {
+    consolePrint("Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n", name);
+    consolePrint("as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n", name);
+    return false;
+  }
+  return true;
+}
+
 SerialPort::SerialPort() = default;
 
 SerialPort::SerialPort(const std::string& name) { open(name, 9600, ParityNone, 8, StopOne); }
@@ -55,21 +69,14 @@ bool SerialPort::open(std::uint32_t baud, std::uint32_t parity, std::uint8_t dat
 bool SerialPort::open(const std::string& name, std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits,
                       std::uint32_t stopBits) {
   close();
+  lost_.store(false);
   if (&name != &portName_) portName_ = name;
 
-  // Settings the line cannot take are refused before the device is touched.
+  // A data-bit count the line cannot take is refused before the device is touched;
+  // the stop-bit combinations are checked once it is open (stopBitsFit), so a
+  // missing port reports only that.
   if (dataBits < 5 || dataBits > 8) {
     consolePrint(kDataBits, portName_);
-    return false;
-  }
-  if (stopBits == StopTwo && dataBits == 5) {
-    // Same text as above on purpose: this is the message users know for it.
-    consolePrint(kDataBits, portName_);
-    return false;
-  }
-  if (stopBits == StopOneAndHalf && dataBits >= 6) {
-    consolePrint("Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n", portName_);
-    consolePrint("as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n", portName_);
     return false;
   }
 
@@ -86,38 +93,54 @@ void SerialPort::close() {
   handle_ = nullptr;
 }
 
+// Reports a lost line once, when the backend first says so. The port stays open
+// until its owner closes it (another thread may be using the handle).
+bool SerialPort::checkLost() {
+  if (lost_.load()) return true;
+  if (!open_.load() || !portsys::lineLost(handle_)) return false;
+  if (!lost_.exchange(true)) consolePrint("Port lost: " + portName_ + "\r\n", portName_);
+  return true;
+}
+
 std::uint32_t SerialPort::available() {
-  if (!open_.load()) return 0;
-  return portsys::queued(handle_);
+  if (!open_.load() || lost_.load()) return 0;
+  const std::uint32_t n = portsys::queued(handle_);
+  checkLost();
+  return n;
 }
 
 bool SerialPort::waitForInput(std::uint32_t micros) {
-  if (!open_.load()) return false;
-  return portsys::waitReadable(handle_, micros);
+  if (!open_.load() || lost_.load()) return false;
+  const bool readable = portsys::waitReadable(handle_, micros);
+  return !checkLost() && readable;
 }
 
 void SerialPort::purge() {
   if (open_.load()) portsys::purge(handle_);
 }
 
+// After a lost line, reads and writes fail without a message of their own until
+// the next open: the loss was reported once.
 std::uint32_t SerialPort::read(void* buffer, std::uint32_t size) {
+  if (lost_.load()) return 0;
   if (!open_.load()) {
     consolePuts(kNotOpen, portName_);
     return 0;
   }
-  if (portsys::queued(handle_) == 0) return 0;
+  if (available() == 0) return 0;
   std::uint32_t got = 0;
   if (!portsys::readSome(handle_, static_cast<std::uint8_t*>(buffer), size, got)) {
-    consolePuts("read error\r", portName_);
+    if (!checkLost()) consolePuts("read error\r", portName_);
     return 0;
   }
+  checkLost();
   return got;
 }
 
 // Spins until a byte is queued; false when the port is (or becomes) closed.
 bool SerialPort::waitForByte() {
-  while (open_.load()) {
-    if (portsys::queued(handle_) != 0) return true;
+  while (open_.load() && !lost_.load()) {
+    if (available() != 0) return true;
     std::this_thread::yield();
   }
   return false;
@@ -197,11 +220,14 @@ std::string SerialPort::readWord() {
 }
 
 bool SerialPort::writeChecked(const void* buffer, std::size_t length) {
+  if (lost_.load()) return false;
   if (!open_.load()) {
     consolePuts(kNotOpen, portName_);
     return false;
   }
-  switch (portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length)) {
+  const portsys::WriteResult result = portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length);
+  if (result != portsys::WriteResult::ok && checkLost()) return false;
+  switch (result) {
   case portsys::WriteResult::writeFailed: consolePuts("write error\r", portName_); return false;
   case portsys::WriteResult::flushFailed: consolePuts("write error: FlushFileBuffers\r", portName_); return false;
   case portsys::WriteResult::ok: break;

@@ -42,6 +42,10 @@ public:
   bool open(std::uint32_t baud, std::uint32_t parity, std::uint8_t dataBits, std::uint32_t stopBits);
   void close();
   bool isOpen() const { return open_.load(); }
+  // True once the line was found lost (hang-up, unplug, node removed) since the last
+  // open. The loss is reported once, as "Port lost: <name>"; reads and writes then
+  // fail quietly. The owner closes the port (close keeps this flag; open clears it).
+  bool lost() const { return lost_.load(); }
   const std::string& portName() const { return portName_; }
 
   // Bytes waiting in the input queue; 0 when closed.
@@ -91,6 +95,7 @@ protected:
   std::uint8_t dataBits_ = 8;
 
 private:
+  bool checkLost();
   bool waitForByte();
   bool readOne(std::uint8_t& byte, bool& failed);
   std::string readText(bool (*take)(std::uint8_t byte, std::string& text));
@@ -98,6 +103,7 @@ private:
 
   PortHandle* handle_ = nullptr;
   std::atomic<bool> open_{false};
+  std::atomic<bool> lost_{false};
   std::string foundPortName_;
   std::uint16_t portNumber_ = 0;
   std::string portName_;

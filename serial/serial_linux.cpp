@@ -1,13 +1,17 @@
 // Serial line on Linux: termios raw mode (with the Linux CMSPAR for mark and space
-// parity), poll-based reads with a 100 ms gap.
+// parity), poll-based reads with a 100 ms gap, the driver's low-latency mode where
+// it has one, and a lost line (hang-up, unplug) told apart from a quiet one.
 #include <fcntl.h>
+#include <linux/serial.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "base/Console.h"
@@ -15,6 +19,7 @@
 
 struct PortHandle {
   int fd;
+  std::atomic<bool> lost{false};
 };
 
 namespace {
@@ -44,19 +49,23 @@ bool speedFor(std::uint32_t baud, speed_t& speed) {
   return false;
 }
 
-void applyParity(termios& t, std::uint32_t parity) {
-  const tcflag_t all = PARENB | PARODD | CMSPAR;
+constexpr tcflag_t kParityBits = PARENB | PARODD | CMSPAR;
+
+// `driver` is c_cflag as the driver reported it, before raw mode cleared its parity.
+void applyParity(termios& t, std::uint32_t parity, tcflag_t driver) {
+  const tcflag_t all = kParityBits;
   switch (parity) {
   case 0: t.c_cflag = (t.c_cflag & ~all) | PARENB; break;                   // even
   case 1: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD | CMSPAR; break; // mark
   case 2: t.c_cflag &= ~all; break;                                         // none
   case 3: t.c_cflag = (t.c_cflag & ~all) | PARENB | PARODD; break;          // odd
   case 4: t.c_cflag = (t.c_cflag & ~all) | PARENB | CMSPAR; break;          // space
-  default: break;                                                           // unknown code: keep what the driver had
+  default: t.c_cflag = (t.c_cflag & ~all) | (driver & all); break;          // unknown code: the driver's setting
   }
 }
 
 void applyLine(termios& t, const portsys::LineSettings& line) {
+  const tcflag_t driver = t.c_cflag;
   cfmakeraw(&t);
   t.c_cflag |= CLOCAL | CREAD;
   t.c_cflag &= ~(CRTSCTS | HUPCL);
@@ -64,7 +73,7 @@ void applyLine(termios& t, const portsys::LineSettings& line) {
   t.c_cflag &= ~CSIZE;
   static const tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
   t.c_cflag |= sizes[line.dataBits - 5];
-  applyParity(t, line.parity);
+  applyParity(t, line.parity, driver);
   // Code 1 (one and a half) is only accepted with five data bits, where the line
   // sends 1.5 stop bits when CSTOPB is set.
   if (line.stopBits == 0) t.c_cflag &= ~CSTOPB;
@@ -74,9 +83,34 @@ void applyLine(termios& t, const portsys::LineSettings& line) {
 }
 
 PortHandle* fail(int fd, const char* text, const std::string& name) {
-  consolePrint(text, name);
+  if (text != nullptr) consolePrint(text, name);
   ::close(fd);
   return nullptr;
+}
+
+// DTR and RTS off, as the line is opened on Windows. Lines without modem control
+// (a pseudo-terminal) refuse the request; that is not an error.
+void dropModemLines(int fd) {
+  int bits = TIOCM_DTR | TIOCM_RTS;
+  ioctl(fd, TIOCMBIC, &bits);
+}
+
+// USB adapters hold a short reply back until their latency timer expires (16 ms by
+// default on FTDI); the low-latency flag makes the driver use 1 ms. Drivers without
+// the request (and pseudo-terminals) keep what they have, silently.
+void setLowLatency(int fd) {
+  serial_struct info{};
+  if (ioctl(fd, TIOCGSERIAL, &info) != 0 || (info.flags & ASYNC_LOW_LATENCY) != 0) return;
+  info.flags |= ASYNC_LOW_LATENCY;
+  ioctl(fd, TIOCSSERIAL, &info);
+}
+
+bool lostErrno(int error) { return error == EIO || error == ENXIO || error == ENODEV || error == EBADF; }
+
+// Marks the line lost; returns false for the caller's convenience.
+bool markLost(PortHandle* port) {
+  port->lost.store(true);
+  return false;
 }
 
 } // namespace
@@ -95,6 +129,7 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) return fail(fd, "Error opening port\r\n", name);
   termios t{};
   if (tcgetattr(fd, &t) != 0) return fail(fd, "Error opening port: GetCommState\r\n", name);
+  if (!portsys::stopBitsFit(line, name)) return fail(fd, nullptr, name);
   applyLine(t, line);
   speed_t speed;
   if (!speedFor(line.baud, speed) || cfsetispeed(&t, speed) != 0 || cfsetospeed(&t, speed) != 0 ||
@@ -103,6 +138,8 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
   const int flags = fcntl(fd, F_GETFL);
   if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0)
     return fail(fd, "Error opening port: SetCommTimeouts\r\n", name);
+  dropModemLines(fd);
+  setLowLatency(fd);
   return new PortHandle{fd};
 }
 
@@ -112,10 +149,19 @@ void closePort(PortHandle* port) {
   delete port;
 }
 
+bool lineLost(PortHandle* port) { return port->lost.load(); }
+
+// Also where a quiet line is checked for having gone: a hang-up shows in poll, an
+// unplugged adapter's node loses its last link.
 std::uint32_t queued(PortHandle* port) {
+  if (port->lost.load()) return 0;
+  pollfd p{port->fd, POLLIN, 0};
+  if (::poll(&p, 1, 0) > 0 && (p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) return markLost(port);
+  struct stat st {};
+  if (fstat(port->fd, &st) != 0 || st.st_nlink == 0) return markLost(port);
   int n = 0;
-  if (ioctl(port->fd, FIONREAD, &n) != 0 || n < 0) return 0;
-  return static_cast<std::uint32_t>(n);
+  if (ioctl(port->fd, FIONREAD, &n) != 0) return lostErrno(errno) ? markLost(port) : 0;
+  return n < 0 ? 0 : static_cast<std::uint32_t>(n);
 }
 
 bool waitReadable(PortHandle* port, std::uint32_t micros) {
@@ -126,20 +172,31 @@ bool waitReadable(PortHandle* port, std::uint32_t micros) {
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     slackSet = true;
   }
+  if (port->lost.load()) return true;
   pollfd p{port->fd, POLLIN, 0};
   const timespec wait{static_cast<time_t>(micros / 1000000), static_cast<long>(micros % 1000000) * 1000};
-  return ::ppoll(&p, 1, &wait, nullptr) > 0;
+  if (::ppoll(&p, 1, &wait, nullptr) <= 0) return false;
+  // A hung-up line reports input for ever with nothing to read: noted here, so that
+  // nobody waits on it again.
+  if ((p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) markLost(port);
+  return true;
 }
 
 bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) {
   got = 0;
+  if (port->lost.load()) return false;
+  bool polledInput = false; // the last poll reported input
   while (got < size) {
     // VMIN 0 / VTIME 0: read returns what is queued, 0 when nothing is.
     const ssize_t r = ::read(port->fd, buffer + got, size - got);
     if (r > 0) {
       got += static_cast<std::uint32_t>(r);
+      polledInput = false;
       continue;
     }
+    // Zero bytes right after poll reported input: the line hung up.
+    if (r == 0 && polledInput) return markLost(port);
+    if (r < 0 && lostErrno(errno)) return markLost(port);
     if (r < 0 && errno != EINTR && errno != EAGAIN) return false;
     if (r < 0 && errno == EINTR) continue;
     pollfd p{port->fd, POLLIN, 0};
@@ -147,10 +204,12 @@ bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::u
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return false;
     if (ready == 0) break; // the gap that ends a read
-    if ((p.revents & POLLIN) == 0) {
-      // Hang-up or error with nothing to read: what came so far is the result.
+    if ((p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+      // What came before the hang-up is the result; the next call reports the loss.
+      markLost(port);
       return got != 0;
     }
+    polledInput = true;
   }
   return true;
 }
@@ -160,10 +219,14 @@ WriteResult writeAll(PortHandle* port, const std::uint8_t* data, std::size_t len
   while (done < length) {
     const ssize_t w = ::write(port->fd, data + done, length - done);
     if (w < 0 && errno == EINTR) continue;
+    if (w < 0 && lostErrno(errno)) markLost(port);
     if (w < 0) return WriteResult::writeFailed;
     done += static_cast<std::size_t>(w);
   }
-  if (tcdrain(port->fd) != 0) return WriteResult::flushFailed;
+  if (tcdrain(port->fd) != 0) {
+    if (lostErrno(errno)) markLost(port);
+    return WriteResult::flushFailed;
+  }
   return WriteResult::ok;
 }
 

@@ -1,7 +1,9 @@
 // Serial line on Windows: a communications handle with fixed line settings and a
-// 100 ms read interval time-out.
+// 100 ms read interval time-out. An unplugged adapter shows as one of a few error
+// codes on any call; the line is then marked lost.
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
@@ -14,12 +16,13 @@ struct PortHandle {
   HANDLE handle;
   DCB dcb;
   COMMTIMEOUTS timeouts;
+  std::atomic<bool> lost{false};
 };
 
 namespace {
 
 PortHandle* fail(PortHandle* port, const char* text, const std::string& name) {
-  consolePrint(text, name);
+  if (text != nullptr) consolePrint(text, name);
   CloseHandle(port->handle);
   delete port;
   return nullptr;
@@ -35,6 +38,18 @@ void setFlagWord(DCB& dcb) {
   std::memcpy(&flags, reinterpret_cast<const unsigned char*>(&dcb) + flagOffset, sizeof flags);
   flags = (flags & 0xFFFF80C0u) | 1u;
   std::memcpy(reinterpret_cast<unsigned char*>(&dcb) + flagOffset, &flags, sizeof flags);
+}
+
+// The errors a call on a communications handle gets once its device is gone.
+void noteError(PortHandle* port) {
+  switch (GetLastError()) {
+  case ERROR_ACCESS_DENIED:
+  case ERROR_BAD_COMMAND:
+  case ERROR_OPERATION_ABORTED:
+  case ERROR_INVALID_HANDLE:
+  case ERROR_DEVICE_NOT_CONNECTED: port->lost.store(true); break;
+  default: break;
+  }
 }
 
 void applyLine(DCB& dcb, const portsys::LineSettings& line) {
@@ -68,6 +83,7 @@ PortHandle* openPort(const std::string& name, const LineSettings& line) {
   }
   PortHandle* port = new PortHandle{handle, DCB{}, COMMTIMEOUTS{}};
   if (!GetCommState(handle, &port->dcb)) return fail(port, "Error opening port: GetCommState\r\n", name);
+  if (!portsys::stopBitsFit(line, name)) return fail(port, nullptr, name);
   port->dcb.DCBlength = sizeof(DCB);
   GetCommState(handle, &port->dcb);
   applyLine(port->dcb, line);
@@ -89,10 +105,16 @@ void closePort(PortHandle* port) {
   delete port;
 }
 
+bool lineLost(PortHandle* port) { return port->lost.load(); }
+
 std::uint32_t queued(PortHandle* port) {
+  if (port->lost.load()) return 0;
   DWORD errors = 0;
   COMSTAT status{};
-  if (!ClearCommError(port->handle, &errors, &status)) return 0;
+  if (!ClearCommError(port->handle, &errors, &status)) {
+    noteError(port);
+    return 0;
+  }
   return status.cbInQue;
 }
 
@@ -107,14 +129,21 @@ bool waitReadable(PortHandle* port, std::uint32_t micros) {
 bool readSome(PortHandle* port, std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) {
   DWORD count = 0;
   const BOOL ok = ReadFile(port->handle, buffer, size, &count, nullptr);
+  if (!ok) noteError(port);
   got = ok ? count : 0;
   return ok != FALSE;
 }
 
 WriteResult writeAll(PortHandle* port, const std::uint8_t* data, std::size_t length) {
   DWORD written = 0;
-  if (!WriteFile(port->handle, data, static_cast<DWORD>(length), &written, nullptr)) return WriteResult::writeFailed;
-  if (!FlushFileBuffers(port->handle)) return WriteResult::flushFailed;
+  if (!WriteFile(port->handle, data, static_cast<DWORD>(length), &written, nullptr)) {
+    noteError(port);
+    return WriteResult::writeFailed;
+  }
+  if (!FlushFileBuffers(port->handle)) {
+    noteError(port);
+    return WriteResult::flushFailed;
+  }
   return WriteResult::ok;
 }
 

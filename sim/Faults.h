@@ -17,6 +17,11 @@ struct FaultPlan {
   std::uint32_t silentAfterWrites = 0; // after N write-block requests, nothing is handled or answered
   std::uint32_t garbageBytes = 0;      // this many garbage bytes go out right before...
   std::uint32_t garbageBefore = 1;     // ...reply number garbageBefore (same write, so they spoil it)
+  // Faults of the line itself, counted in replies sent:
+  std::uint32_t hangupAfter = 0; // once reply N is out, the pty's device side closes (an unplug)
+  std::uint32_t vanishAfter = 0; // once reply N is out, the pty and the link disappear
+  std::uint32_t stallAfter = 0;  // once request N is handled, the device stops reading...
+  std::uint32_t stallMs = 0;     // ...for this long
 };
 
 // What happens to one reply.

@@ -23,6 +23,10 @@ public:
   bool open(const std::string& link, std::uint32_t baud, std::string& error);
   // Removes the symlink if it still points at our slave, closes both ends.
   void close();
+  // Closes both ends and keeps the symlink, which now leads nowhere: an unplugged
+  // adapter whose name the host still holds.
+  void hangUp();
+  bool isOpen() const { return master_ >= 0; }
 
   int masterFd() const { return master_; }
   const std::string& slavePath() const { return slavePath_; }

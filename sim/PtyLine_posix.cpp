@@ -70,6 +70,12 @@ bool PtyLine::open(const std::string& link, std::uint32_t baud, std::string& err
   return true;
 }
 
+void PtyLine::hangUp() {
+  if (slave_ >= 0) ::close(slave_);
+  if (master_ >= 0) ::close(master_);
+  slave_ = master_ = -1;
+}
+
 void PtyLine::close() {
   if (!link_.empty()) {
     char target[PATH_MAX];

@@ -9,7 +9,16 @@
 SimDevice::SimDevice(DeviceIdentity identity, std::uint32_t ownBaud, std::uint32_t writeMs, FaultPlan faults)
     : model_(identity, ownBaud), faults_(faults), writeUs_(std::int64_t{writeMs} * 1000) {}
 
+void SimDevice::setTiming(std::uint32_t eraseMs, std::uint32_t latencyMs) {
+  eraseUs_ = std::int64_t{eraseMs} * 1000;
+  latencyUs_ = std::int64_t{latencyMs} * 1000;
+}
+
 namespace {
+
+// An FTDI-style adapter passes on at once only a full USB packet (62 bytes of data);
+// less waits for its latency timer.
+constexpr std::size_t kAdapterPacket = 62;
 
 std::int64_t wireUs(std::size_t bytes, std::uint32_t baud) { return wireTime(bytes, baud).count(); }
 
@@ -54,14 +63,18 @@ RequestOutcome SimDevice::onFrame(const ParsedFrame& frame, std::uint32_t baud) 
   const std::int64_t received = std::max(frame.firstByteUs + wireUs(frame.bytes.size(), baud), frame.lastByteUs);
   std::int64_t start = std::max(received, freeAtUs_);
   if (answer.command == CmdWriteBlock) start += writeUs_;
+  if (answer.command == CmdStart) start += eraseUs_;
   start += std::int64_t{out.fate.extraDelayMs} * 1000;
 
   out.hasReply = true;
   out.reply.baud = baud;
+  out.reply.ordinal = out.fate.ordinal;
   out.reply.bytes = out.fate.garbage;
   out.reply.bytes.insert(out.reply.bytes.end(), answer.reply.begin(), answer.reply.end());
   out.reply.sendAtUs = start + wireUs(out.reply.bytes.size(), baud);
   freeAtUs_ = out.reply.sendAtUs;
+  if (latencyUs_ > 0 && out.reply.bytes.size() < kAdapterPacket)
+    out.reply.sendAtUs = (out.reply.sendAtUs / latencyUs_ + 1) * latencyUs_;
 
   const FrameFields rep = decodeFields(answer.reply.data());
   std::snprintf(tail, sizeof tail, ": reply #%u id0 %08x%s%s, %+lld us", out.fate.ordinal, rep.id0,

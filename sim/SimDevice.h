@@ -22,7 +22,8 @@
 struct OutgoingReply {
   std::vector<std::uint8_t> bytes; // garbage (if any) followed by the reply frame
   std::int64_t sendAtUs = 0;
-  std::uint32_t baud = 0; // the speed it goes out at; lost if the host listens at another
+  std::uint32_t ordinal = 0; // the reply's ordinal (Faults.h)
+  std::uint32_t baud = 0;    // the speed it goes out at; lost if the host listens at another
 };
 
 // What became of one request frame, for the caller and its log.
@@ -39,6 +40,9 @@ struct RequestOutcome {
 class SimDevice {
 public:
   SimDevice(DeviceIdentity identity, std::uint32_t ownBaud, std::uint32_t writeMs, FaultPlan faults);
+  // An erase that makes the answer to start late, and a USB adapter whose latency
+  // timer holds a short reply until its next tick (a free-running timer).
+  void setTiming(std::uint32_t eraseMs, std::uint32_t latencyMs);
 
   // A complete request frame from the parser, taken while the line ran at baud.
   RequestOutcome onFrame(const ParsedFrame& frame, std::uint32_t baud);
@@ -50,5 +54,7 @@ private:
   DeviceModel model_;
   FaultInjector faults_;
   std::int64_t writeUs_;
+  std::int64_t eraseUs_ = 0;
+  std::int64_t latencyUs_ = 0;
   std::int64_t freeAtUs_ = 0; // the device is busy with earlier work until then
 };

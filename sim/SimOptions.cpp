@@ -37,7 +37,7 @@ bool parsePair(const std::string& text, std::uint32_t& a, std::uint32_t& b, bool
 bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& exitCode) {
   CLI::App app{"qmload-sim: a simulated device on a pseudo-terminal.\n"
                "Prints \"READY <port>\" when it listens; SIGTERM or SIGINT end it."};
-  std::string id, late, garbage;
+  std::string id, late, garbage, stall;
   app.add_option("--link", out.link, "Symlink to create to the pty (removed at exit)");
   app.add_option("--baud", out.baud, "The device's own baud rate")->check(CLI::Range(1u, 4000000u));
   app.add_option("--id", id, "Identity, 0xAAAAAAAA-BBBBBBBB-CCCCCCCC");
@@ -50,6 +50,13 @@ bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& ex
   app.add_option("--late-reply", late, "N:MS - send the Nth reply MS milliseconds late");
   app.add_option("--silent-after-writes", out.faults.silentAfterWrites, "After N write-blocks, ignore every request");
   app.add_option("--garbage", garbage, "N[:R] - send N garbage bytes right before reply R (default 1)");
+  app.add_option("--erase-ms", out.eraseMs, "Extra time the answer to start takes (the erase)")
+      ->check(CLI::Range(0u, 600000u));
+  app.add_option("--latency-ms", out.latencyMs, "Hold short replies until the next tick of this timer (a USB adapter)")
+      ->check(CLI::Range(0u, 1000u));
+  app.add_option("--hangup-after", out.faults.hangupAfter, "Close the pty's device side once reply N is out");
+  app.add_option("--vanish-after", out.faults.vanishAfter, "Remove the pty and the link once reply N is out");
+  app.add_option("--stall-ms", stall, "N:MS - stop reading the line for MS once request N is handled");
   app.add_flag("--verbose", out.verbose, "Log each request and reply on stderr");
   app.set_version_flag("--version", "qmload-sim " QMLOAD_VERSION);
 
@@ -72,6 +79,11 @@ bool parseSimOptions(int argc, const char* const* argv, SimOptions& out, int& ex
   if (!garbage.empty() && (!parsePair(garbage, out.faults.garbageBytes, out.faults.garbageBefore, true) ||
                            out.faults.garbageBytes > 65536)) {
     std::fprintf(stderr, "--garbage: expected N[:R] with N up to 65536, got '%s'\n", garbage.c_str());
+    exitCode = 2;
+    return false;
+  }
+  if (!stall.empty() && !parsePair(stall, out.faults.stallAfter, out.faults.stallMs, false)) {
+    std::fprintf(stderr, "--stall-ms: expected N:MS, got '%s'\n", stall.c_str());
     exitCode = 2;
     return false;
   }

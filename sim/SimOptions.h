@@ -12,6 +12,8 @@ struct SimOptions {
   DeviceIdentity identity;
   std::string dump; // file to write the flash to; empty: none
   std::uint32_t writeMs = 1;
+  std::uint32_t eraseMs = 0;   // extra time the answer to start takes (an erase)
+  std::uint32_t latencyMs = 0; // an adapter's latency timer: short replies wait for its next tick
   FaultPlan faults;
   bool verbose = false;
 };

@@ -78,8 +78,30 @@ void installSignals(sigset_t& waitMask) {
   sigdelset(&waitMask, SIGHUP);
 }
 
-void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const Log& log) {
-  while (!pending.empty() && pending.front().sendAtUs <= nowUs()) {
+enum class LineFault { none, hangUp, vanish };
+
+// The line faults armed once a given reply is out. They strike when the host
+// sends again: by then it has read that reply, so where the line dies is the
+// same from run to run (a hung-up pty loses what it had not delivered yet).
+LineFault lineFaultAfter(const OutgoingReply& r, const FaultPlan& faults) {
+  if (faults.hangupAfter != 0 && r.ordinal == faults.hangupAfter) return LineFault::hangUp;
+  if (faults.vanishAfter != 0 && r.ordinal == faults.vanishAfter) return LineFault::vanish;
+  return LineFault::none;
+}
+
+void strike(LineFault fault, PtyLine& line, const Log& log) {
+  if (fault == LineFault::hangUp) {
+    line.hangUp();
+    log.line("hung up: the line is closed, the link stays");
+  } else if (fault == LineFault::vanish) {
+    line.close();
+    log.line("vanished: the line and the link are gone");
+  }
+}
+
+void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const FaultPlan& faults, LineFault& armed,
+             const Log& log) {
+  while (line.isOpen() && !pending.empty() && pending.front().sendAtUs <= nowUs()) {
     const OutgoingReply& r = pending.front();
     const std::uint32_t hostBaud = line.hostRxBaud();
     if (hostBaud != r.baud) {
@@ -88,6 +110,7 @@ void sendDue(std::deque<OutgoingReply>& pending, PtyLine& line, const Log& log) 
       const std::size_t n = line.write(r.bytes.data(), r.bytes.size());
       log.line("sent " + std::to_string(n) + " of " + std::to_string(r.bytes.size()) + " bytes");
     }
+    if (armed == LineFault::none) armed = lineFaultAfter(r, faults);
     pending.pop_front();
   }
 }
@@ -113,6 +136,9 @@ int main(int argc, char** argv) {
   }
   const Log log(opt.verbose);
   SimDevice device(opt.identity, opt.baud, opt.writeMs, opt.faults);
+  device.setTiming(opt.eraseMs, opt.latencyMs);
+  std::int64_t stallUntilUs = 0; // the device reads nothing before then
+  LineFault armed = LineFault::none;
   RequestParser parser;
   std::deque<OutgoingReply> pending;
 
@@ -122,18 +148,21 @@ int main(int argc, char** argv) {
 
   std::uint8_t chunk[4096];
   while (!gStop) {
-    sendDue(pending, line, log);
+    sendDue(pending, line, opt.faults, armed, log);
 
-    // Wait for input, the next reply's moment, or at most 100 ms.
+    // Wait for input, the next reply's moment, or at most 100 ms. While the device
+    // stalls, or after the line is gone, only the clock and the signals are waited on.
     std::int64_t waitUs = 100000;
     if (!pending.empty()) waitUs = std::min(waitUs, std::max<std::int64_t>(0, pending.front().sendAtUs - nowUs()));
+    const bool reading = line.isOpen() && nowUs() >= stallUntilUs;
+    if (line.isOpen() && !reading) waitUs = std::min(waitUs, stallUntilUs - nowUs());
     struct timespec ts {};
     ts.tv_sec = static_cast<time_t>(waitUs / 1000000);
     ts.tv_nsec = static_cast<long>(waitUs % 1000000) * 1000;
     struct pollfd pfd {};
     pfd.fd = line.masterFd();
     pfd.events = POLLIN;
-    const int ready = ppoll(&pfd, 1, &ts, &waitMask);
+    const int ready = ppoll(&pfd, reading ? 1 : 0, &ts, &waitMask);
     if (ready <= 0) continue;
     if (!(pfd.revents & POLLIN)) {
       // Never expected while we hold the slave; do not spin if it happens.
@@ -144,6 +173,11 @@ int main(int argc, char** argv) {
       continue;
     }
 
+    if (armed != LineFault::none) {
+      strike(armed, line, log);
+      armed = LineFault::none;
+      continue;
+    }
     const std::size_t n = line.read(chunk, sizeof chunk);
     if (n == 0) continue;
     const std::int64_t arrived = nowUs();
@@ -164,6 +198,10 @@ int main(int argc, char** argv) {
     for (const ParsedFrame& frame : frames) {
       RequestOutcome out = device.onFrame(frame, hostBaud);
       log.line(out.text);
+      if (out.forMe && opt.faults.stallAfter != 0 && out.fate.ordinal == opt.faults.stallAfter) {
+        stallUntilUs = nowUs() + std::int64_t{opt.faults.stallMs} * 1000;
+        log.line("stalled: reading nothing for " + std::to_string(opt.faults.stallMs) + " ms");
+      }
       if (out.finished) dumpFlash(opt, device, log);
       if (!out.hasReply) continue;
       // A real device holds only so much; a host that floods it loses replies.

@@ -165,6 +165,41 @@ TEST_F(SessionPty, RejectedFramesFailTheRequestAndOnlyABadCrcIsReported) {
   EXPECT_EQ(decodeFields(session->reply.data()).command, CmdIdentify); // still the identify answer
 }
 
+// A line that hangs up while a request waits: reported once, the port closed, the
+// request failed; a request after it cannot be written, and the owner is woken to
+// read that as a failed request.
+TEST(SessionLostLine, AHangUpFailsTheRequestClosesThePortAndIsReportedOnce) {
+  PtyPair pty;
+  ASSERT_TRUE(pty.ok());
+  std::vector<std::string> printed;
+  std::mutex printedMutex;
+  const ConsoleSink before = setConsoleSink([&](std::string_view text, std::string_view) {
+    std::lock_guard<std::mutex> lock(printedMutex);
+    printed.emplace_back(text);
+  });
+  std::atomic<int> wakes{0};
+  {
+    DeviceSession session(pty.slavePath().c_str());
+    session.setWakeCallback([&] { ++wakes; });
+    identify(session, 5000);
+    pty.hangUp();
+    ASSERT_TRUE(waitIdle(session));
+    EXPECT_TRUE(session.hasFailed());
+    EXPECT_TRUE(session.lineLost());
+    EXPECT_FALSE(session.isOpen());
+    const int wakesBefore = wakes.load();
+    identify(session, 1);
+    EXPECT_TRUE(session.isBusy() && session.hasFailed());
+    const auto end = Clock::now() + std::chrono::seconds(5);
+    while (!session.requestUnwritten() && Clock::now() < end) std::this_thread::sleep_for(milliseconds(1));
+    EXPECT_TRUE(session.requestUnwritten());
+    EXPECT_TRUE(session.isBusy() && session.hasFailed()); // the flags stay as they were
+    EXPECT_GT(wakes.load(), wakesBefore);
+  }
+  setConsoleSink(before);
+  EXPECT_EQ(printed, std::vector<std::string>{"Port lost: " + pty.slavePath() + "\r\n"});
+}
+
 class SessionFraming : public SessionPty, public testing::WithParamInterface<ReplyFraming> {};
 
 // The fast framing waits for input between ticks, but its ticks last as long.

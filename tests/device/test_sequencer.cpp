@@ -28,6 +28,7 @@ public:
   bool busy = false;
   bool failed = false;
   bool writeFails = false;
+  bool lost = false;
   std::uint32_t words[3] = {0, 0, 0};
 
   void request(std::uint32_t id0, std::uint32_t id1, std::uint32_t id2, std::uint8_t command, std::uint32_t address,
@@ -42,6 +43,7 @@ public:
   bool isBusy() const override { return busy; }
   bool hasFailed() const override { return failed; }
   std::uint32_t replyWord(int i) const override { return words[i]; }
+  bool lineLost() const override { return lost; }
 
   void answer(std::uint32_t w0, std::uint32_t w1 = 0, std::uint32_t w2 = 0) {
     busy = false;
@@ -176,16 +178,24 @@ TEST(SequencerDiscovery, CliFixedBaudTriesSixTimesWithWireSizedTimeouts) {
   EXPECT_EQ(link.sent.size(), 6u);
   for (int r : link.reopens) EXPECT_EQ(r, 0);
 
-  // An unwritable request counts as a failed attempt instead of hanging.
-  FlushState s2;
-  ScriptedLink dead;
-  dead.writeFails = true;
-  FlashPolicy ladder = FlashPolicy::cli();
-  sendDiscovery(s2, dead, ladder);
-  DiscoveryOutcome o = DiscoveryOutcome::Waiting;
-  for (int i = 0; i < 40 && o != DiscoveryOutcome::NotFound; ++i) o = stepDiscovery(s2, dead, ladder);
-  EXPECT_EQ(o, DiscoveryOutcome::NotFound);
-  EXPECT_EQ(dead.sent.size(), 30u);
+  // An unwritable request (a port that cannot be opened) counts as a failed
+  // attempt with either policy: the ladder runs out into "Devices are not found".
+  for (const FlashPolicy& ladder : {FlashPolicy::cli(), FlashPolicy::gui()}) {
+    FlushState s2;
+    ScriptedLink dead;
+    dead.writeFails = true;
+    sendDiscovery(s2, dead, ladder);
+    DiscoveryOutcome o = DiscoveryOutcome::Waiting;
+    for (int i = 0; i < 40 && o != DiscoveryOutcome::NotFound; ++i) o = stepDiscovery(s2, dead, ladder);
+    EXPECT_EQ(o, DiscoveryOutcome::NotFound);
+    EXPECT_TRUE(s2.notFoundPopup);
+    EXPECT_EQ(dead.sent.size(), 30u);
+  }
+  // A lost line ends the command line's discovery at its failed attempt.
+  ScriptedLink gone;
+  gone.lost = true;
+  gone.timeOut();
+  EXPECT_EQ(stepDiscovery(s, gone, cli), DiscoveryOutcome::Lost);
 }
 
 TEST(SequencerFlash, WholeSequenceBlocksAddressesAndTimeouts) {
@@ -391,8 +401,15 @@ TEST(SequencerFlash, CliEndsAfterTheSixthRepetitionAndOnWriteFailureAndCancel) {
     link.writeFails = true;
     stepFlash(s, link, cli); // the CheckBlock cannot be written
     EXPECT_EQ(stepFlash(s, link, cli).kind, FlashKind::Failed);
-    // The screen's policy waits for ever in the same situation.
-    EXPECT_EQ(stepFlash(s, link, FlashPolicy::gui()).kind, FlashKind::Waiting);
+    // The screen reads it as a failed request: repeated, then the pop-up.
+    for (int r = 1; r <= 6; ++r) EXPECT_EQ(stepFlash(s, link, FlashPolicy::gui()).kind, FlashKind::Progressed);
+    EXPECT_EQ(stepFlash(s, link, FlashPolicy::gui()).kind, FlashKind::PopupRaised);
+    EXPECT_TRUE(s.flushErrorPopup);
+    // A lost line ends the command line's flash at the failed request.
+    link.lost = true;
+    const FlashOutcome out = stepFlash(s, link, cli);
+    EXPECT_EQ(out.kind, FlashKind::Failed);
+    EXPECT_EQ(out.message, "Port lost");
   }
   {
     FlushState s = foundState();
@@ -412,6 +429,17 @@ TEST(SequencerFlash, CliTimeoutsFollowTheWireButNeverGoBelowTheScreens) {
   EXPECT_GT(cli.timeoutFor(1, 0, 24), cli.timeoutFor(1, 4, 24));
   EXPECT_GE(cli.timeoutFor(1, 0, 24), 100u);         // 50 ms of wire time at 9600
   EXPECT_GE(cli.timeoutFor(100, 0, 280), 2u * 317u); // a write's wire time at 9600
+
+  // Start, first and repeated, waits as long as an erase may take.
+  TestImage img(0x08004000, 256, 0x08020000, 0);
+  FlushState s = foundState();
+  ScriptedLink link;
+  beginFlash(s, link, img.image, cli);
+  EXPECT_EQ(link.last().timeout, kDefaultEraseSeconds * 1000);
+  link.timeOut();
+  stepFlash(s, link, cli);
+  EXPECT_EQ(link.last().command, CmdStart);
+  EXPECT_EQ(link.last().timeout, kDefaultEraseSeconds * 1000);
 }
 
 TEST(SequencerText, Spinner) {

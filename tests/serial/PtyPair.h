@@ -33,6 +33,14 @@ public:
   PtyPair& operator=(const PtyPair&) = delete;
 
   bool ok() const { return master_ >= 0 && !slavePath_.empty(); }
+  // Closes both of our ends: the line hangs up and its device node goes, as when a
+  // USB adapter is pulled.
+  void hangUp() {
+    ::close(master_);
+    ::close(slave_);
+    master_ = slave_ = -1;
+  }
+
   const std::string& slavePath() const { return slavePath_; }
   int master() const { return master_; }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "base/Console.h"
 #include "serial/SerialPort.h"
 #include "tests/serial/PtyPair.h"
 
@@ -147,6 +148,41 @@ TEST_F(SerialPty, APortHeldByOneUserDoesNotOpenForAnother) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error opening port\r\n");
   port.close();
   EXPECT_TRUE(second.open(pty.slavePath(), 9600));
+}
+
+TEST_F(SerialPty, AHungUpLineIsReportedOnceThenFailsQuietlyUntilTheNextOpen) {
+  std::vector<std::string> printed;
+  const ConsoleSink before =
+      setConsoleSink([&](std::string_view text, std::string_view) { printed.emplace_back(text); });
+  pty.hangUp();
+  EXPECT_EQ(port.available(), 0u);
+  EXPECT_TRUE(port.lost());
+  std::uint8_t buffer[8];
+  EXPECT_EQ(port.read(buffer, sizeof buffer), 0u);
+  EXPECT_FALSE(port.write("x"));
+  EXPECT_FALSE(port.waitForInput(1000));
+  port.close();
+  EXPECT_FALSE(port.write("x"));
+  EXPECT_EQ(printed, std::vector<std::string>{"Port lost: " + pty.slavePath() + "\r\n"});
+  // The node is gone: opening it again reports that, and nothing else.
+  EXPECT_FALSE(port.open(pty.slavePath(), 9600, SerialPort::ParityNone, 6, SerialPort::StopOneAndHalf));
+  EXPECT_FALSE(port.lost());
+  setConsoleSink(before);
+  EXPECT_EQ(printed.back(), "Error opening port\r\n");
+  EXPECT_EQ(printed.size(), 2u);
+}
+
+// (A pseudo-terminal keeps no parity, so an unknown parity code cannot be seen here.)
+TEST_F(SerialPty, StopBitCombinationsAreRefusedOnceThePortIsOpen) {
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(port.open(pty.slavePath(), 9600, SerialPort::ParityNone, 6, SerialPort::StopOneAndHalf));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Error opening port: Using five data bits with 2 stop bits - invalid combination,\r\n"
+            "as well as 6, 7 or 8 data bits with 1.5 stop bits.\r\n");
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(port.open(pty.slavePath(), 9600, SerialPort::ParityNone, 5, SerialPort::StopTwo));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n");
 }
 
 TEST(SerialPorts, SimulatorLinksAreListedAfterTheMachinesPorts) {

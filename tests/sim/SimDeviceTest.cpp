@@ -43,6 +43,15 @@ TEST(SimDeviceLine, RepliesLeaveAfterRequestWireProcessingAndReplyWire) {
   EXPECT_EQ(w.reply.sendAtUs, 3000000 + wireTimeUs(280, 921600) + 3000 + wireTimeUs(24, 921600));
 }
 
+TEST(SimDeviceLine, AnEraseDelaysStartsAnswerAndAnAdapterHoldsRepliesToItsTimerTick) {
+  SimDevice d(kMe, 115200, 0, FaultPlan{});
+  d.setTiming(3000, 16);
+  const RequestOutcome id = identify(d, 115200, 1000000);
+  EXPECT_EQ(id.reply.sendAtUs, 1008000); // the next 16 ms tick after the reply's last byte
+  const RequestOutcome s = d.onFrame(at(request(CmdStart, kMe, 0, 512), 2000000), 115200);
+  EXPECT_EQ(s.reply.sendAtUs, 5008000); // 3 s of erase, then the timer's next tick
+}
+
 TEST(SimDeviceLine, BytesThatCameLateCountFromTheirRealArrival) {
   SimDevice d(kMe, 115200, 0, FaultPlan{});
   ParsedFrame f = at(request(CmdIdentify, broadcastIds(), 0, 0), 0);

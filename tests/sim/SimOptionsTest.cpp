@@ -34,6 +34,16 @@ TEST(SimOptions, AllFlags) {
                      "7",
                      "--garbage",
                      "8:9",
+                     "--erase-ms",
+                     "3000",
+                     "--latency-ms",
+                     "16",
+                     "--hangup-after",
+                     "10",
+                     "--vanish-after",
+                     "11",
+                     "--stall-ms",
+                     "12:500",
                      "--verbose"},
                     o, code));
   EXPECT_EQ(o.link, "/tmp/x");
@@ -49,6 +59,12 @@ TEST(SimOptions, AllFlags) {
   EXPECT_EQ(o.faults.silentAfterWrites, 7u);
   EXPECT_EQ(o.faults.garbageBytes, 8u);
   EXPECT_EQ(o.faults.garbageBefore, 9u);
+  EXPECT_EQ(o.eraseMs, 3000u);
+  EXPECT_EQ(o.latencyMs, 16u);
+  EXPECT_EQ(o.faults.hangupAfter, 10u);
+  EXPECT_EQ(o.faults.vanishAfter, 11u);
+  EXPECT_EQ(o.faults.stallAfter, 12u);
+  EXPECT_EQ(o.faults.stallMs, 500u);
   EXPECT_TRUE(o.verbose);
 }
 
