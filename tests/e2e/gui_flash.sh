@@ -10,6 +10,10 @@
 #                       away and "Flush" reads the second (last) file.
 #   idle                without input the frame loop blocks: no frame is drawn
 #                       while nothing happens, one or more per click.
+#   lost-port           the simulator hangs up in the middle of the flash: "Port
+#                       lost" on stdout, the "Device not response" pop-up, "Close"
+#                       back to the start screen; "Open" again on the port, which
+#                       no longer exists, ends in "Devices are not found".
 # Needs QMLOAD_GUI, QMLOAD_CLI, QMLOAD_SIM, QMLOAD_CLOSE_WINDOW, QMLOAD_EXAMPLES;
 # screenshots go to QMLOAD_GUI_ARTIFACTS.
 #
@@ -39,6 +43,7 @@ comboX=140 comboY=33 itemX=150 itemY0=63 itemStep=29
 openX=140 openY=63 openProbeY=70
 flushX=140 flushY=77
 barX=30 barY=40
+popupCloseX=135 popupCloseY=101 # "Close" of a "Flush error!" pop-up
 
 buildSmallImage() {
   # A 4 KiB program and 300 bytes of resources: 19 blocks with the header.
@@ -200,6 +205,29 @@ idle)
   [ "$afterFrames" = "$clickFrames" ] || guiFail "frames went on after the click: $clickFrames, then $afterFrames"
   closeWindow
   echo "gui idle: $startFrames frames at start-up, none while idle, $clickFrames for a click"
+  ;;
+lost-port)
+  image=$guiWork/small.alf
+  buildSmallImage "$image"
+  # Reply 20 is the answer to a write-block in the middle of the flash.
+  QMLOAD_GUI_SIM_OPTIONS="--hangup-after 20" openAndFlush "$image"
+  guiWaitFor 30 grep -q "hung up" "$guiWork/sim.log" || guiFail "the simulator did not hang up"
+  hungUp=$(date +%s.%N)
+  guiWaitFor 30 pixelIs $popupCloseX $popupCloseY $red || guiFail "no \"Device not response\" pop-up"
+  popup=$(date +%s.%N)
+  guiShot 5-device-not-response
+  [ "$(grep -c "^Port lost: $simLink" "$guiWork/app.out")" = 1 ] || guiFail "\"Port lost: $simLink\" not printed once"
+  guiClick $popupCloseX $popupCloseY
+  guiWaitFor 5 pixelIs $openX $openProbeY $red || guiFail "\"Close\" did not return to the start screen"
+  guiShot 6-start-again
+  guiClick $openX $openY # the lost port is still chosen; its device node is gone
+  guiWaitFor 30 pixelIs $popupCloseX $popupCloseY $red || guiFail "no \"Devices are not found\" pop-up"
+  guiShot 7-devices-not-found
+  grep -q "^Error opening port" "$guiWork/app.out" || guiFail "opening the lost port was not reported"
+  guiClick $popupCloseX $popupCloseY
+  guiWaitFor 5 pixelIs $openX $openProbeY $red || guiFail "\"Close\" did not return to the start screen"
+  closeWindow
+  echo "gui lost-port: pop-up $(awk -v a="$hungUp" -v b="$popup" 'BEGIN{printf "%.1f", b - a}') s after the hang-up (0.1 s polling), then \"Devices are not found\" on the missing port"
   ;;
 *)
   echo "unknown case $case_name" >&2

@@ -34,7 +34,7 @@ if(CMAKE_CXX_FLAGS MATCHES "sanitize=[a-z,]*address")
   set(gui_preload "QMLOAD_GUI_PRELOAD=${asan_runtime}:$<TARGET_FILE:keep_gl_driver>")
 endif()
 
-foreach(case flash close-during-flash idle drop)
+foreach(case flash close-during-flash idle drop lost-port)
   add_test(NAME gui.${case} COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/gui_flash.sh ${case})
   set_tests_properties(gui.${case} PROPERTIES
     LABELS gui
