@@ -102,11 +102,13 @@ Rfc2217Port* Rfc2217Port::open(const std::string& url, const portsys::LineSettin
   {
     std::lock_guard<std::mutex> lock(port->receiveLock_);
     ok = port->send(port->protocol_.greeting());
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kAnswerTimeoutMs);
+    // A server may take the connection before it serves it (one that serves one
+    // client at a time first finishes with the last), so this wait is the longer one.
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kConnectTimeoutMs);
     while (ok && !port->accepted_ && !port->ended_.load()) {
       const std::uint32_t left = microsUntil(deadline);
       if (left == 0) {
-        port->lose("the server did not agree to the COM-PORT-OPTION within " + std::to_string(kAnswerTimeoutMs) +
+        port->lose("the server did not agree to the COM-PORT-OPTION within " + std::to_string(kConnectTimeoutMs) +
                    " ms (is it an RFC 2217 server?)");
         break;
       }

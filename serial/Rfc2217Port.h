@@ -27,7 +27,8 @@ struct Socket;
 class Rfc2217Port {
 public:
   static constexpr const char* kScheme = "rfc2217://";
-  // How long the steps of opening and each acknowledgement may take.
+  // How long the connection, the agreement on the COM-PORT-OPTION, and each
+  // acknowledgement of a setting may take.
   static constexpr std::uint32_t kConnectTimeoutMs = 5000;
   static constexpr std::uint32_t kAnswerTimeoutMs = 3000;
 
@@ -40,6 +41,8 @@ public:
   Rfc2217Port& operator=(const Rfc2217Port&) = delete;
 
   const std::string& url() const { return url_; }
+  // True once the connection has ended (the reason was printed then).
+  bool ended() const { return ended_.load(); }
   // Sends the settings that differ from the ones the server has and waits until
   // each is acknowledged; the input that came before is dropped (it was read at the
   // old settings). False when the connection has ended or ends here.

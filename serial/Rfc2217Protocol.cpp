@@ -26,15 +26,13 @@ std::size_t ackLength(std::uint8_t command) {
 } // namespace
 
 std::vector<std::uint8_t> Protocol::greeting() {
-  std::vector<std::uint8_t> out;
   for (const std::uint8_t option : {kOptBinary, kOptSga}) {
     us_[option].asked = true;
     them_[option].asked = true;
-    out.insert(out.end(), {kIac, kWill, option, kIac, kDo, option});
   }
   us_[kOptComPort].asked = true;
-  out.insert(out.end(), {kIac, kWill, kOptComPort});
-  return out;
+  return {kIac,    kWill, kOptBinary, kIac,    kDo,  kOptBinary, kIac,       kWill,
+          kOptSga, kIac,  kDo,        kOptSga, kIac, kWill,      kOptComPort};
 }
 
 void Protocol::appendData(std::vector<std::uint8_t>& out, const std::uint8_t* data, std::size_t n) {

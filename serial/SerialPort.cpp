@@ -5,6 +5,7 @@
 
 #include "base/Console.h"
 #include "serial/PortSystem.h"
+#include "serial/Rfc2217Port.h"
 
 // Each message keeps its fixed route: texts ending in "\r" go through consolePuts
 // (which adds the LF), texts ending in "\r\n" through consolePrint.
@@ -47,7 +48,7 @@ SerialPort::SerialPort(std::uint32_t baud, std::uint32_t parity, std::uint8_t da
     consolePrint("Error: port is not found!\r\n");
 }
 
-SerialPort::~SerialPort() { close(); }
+SerialPort::~SerialPort() { close(); } // a remote connection ends with remote_
 
 bool SerialPort::open() { return open(baudRate_, parity_, dataBits_, stopBits_); }
 
@@ -80,15 +81,35 @@ bool SerialPort::open(const std::string& name, std::uint32_t baud, std::uint32_t
     return false;
   }
 
+  if (Rfc2217Port::isUrl(portName_)) return openRemote(portsys::LineSettings{baud, parity, dataBits, stopBits});
+  remote_.reset(); // a remote connection kept by close ends here
   handle_ = portsys::openPort(portName_, portsys::LineSettings{baud, parity, dataBits, stopBits});
   if (handle_ == nullptr) return false;
   open_.store(true);
   return true;
 }
 
+// rfc2217://HOST:PORT. Reopened, the same port keeps its connection and only the
+// new settings travel; a connection that has ended is not made again.
+bool SerialPort::openRemote(const portsys::LineSettings& line) {
+  if (!portsys::stopBitsFit(line, portName_)) return false;
+  if (remote_ == nullptr || remote_->url() != portName_)
+    remote_.reset(Rfc2217Port::open(portName_, line));
+  else if (!remote_->configure(line))
+    return false;
+  if (remote_ == nullptr) return false;
+  open_.store(true);
+  return true;
+}
+
+std::uint32_t SerialPort::roundTripMicros() const { return remote_ ? remote_->roundTripMicros() : 0; }
+
 void SerialPort::close() {
   if (!open_.load()) return;
   open_.store(false);
+  // A remote port keeps its connection until it is opened elsewhere or destroyed,
+  // so that a reopen at another baud rate costs one acknowledged setting.
+  if (remote_ != nullptr) return;
   portsys::closePort(handle_);
   handle_ = nullptr;
 }
@@ -97,26 +118,26 @@ void SerialPort::close() {
 // until its owner closes it (another thread may be using the handle).
 bool SerialPort::checkLost() {
   if (lost_.load()) return true;
-  if (!open_.load() || !portsys::lineLost(handle_)) return false;
+  if (!open_.load() || !(remote_ ? remote_->ended() : portsys::lineLost(handle_))) return false;
   if (!lost_.exchange(true)) consolePrint("Port lost: " + portName_ + "\r\n", portName_);
   return true;
 }
 
 std::uint32_t SerialPort::available() {
   if (!open_.load() || lost_.load()) return 0;
-  const std::uint32_t n = portsys::queued(handle_);
+  const std::uint32_t n = remote_ ? remote_->queued() : portsys::queued(handle_);
   checkLost();
   return n;
 }
 
 bool SerialPort::waitForInput(std::uint32_t micros) {
   if (!open_.load() || lost_.load()) return false;
-  const bool readable = portsys::waitReadable(handle_, micros);
+  const bool readable = remote_ ? remote_->waitReadable(micros) : portsys::waitReadable(handle_, micros);
   return !checkLost() && readable;
 }
 
 void SerialPort::purge() {
-  if (open_.load()) portsys::purge(handle_);
+  if (open_.load()) remote_ ? remote_->purge() : portsys::purge(handle_);
 }
 
 // After a lost line, reads and writes fail without a message of their own until
@@ -129,7 +150,8 @@ std::uint32_t SerialPort::read(void* buffer, std::uint32_t size) {
   }
   if (available() == 0) return 0;
   std::uint32_t got = 0;
-  if (!portsys::readSome(handle_, static_cast<std::uint8_t*>(buffer), size, got)) {
+  auto* bytes = static_cast<std::uint8_t*>(buffer);
+  if (!(remote_ ? remote_->readSome(bytes, size, got) : portsys::readSome(handle_, bytes, size, got))) {
     if (!checkLost()) consolePuts("read error\r", portName_);
     return 0;
   }
@@ -150,7 +172,7 @@ bool SerialPort::waitForByte() {
 // alone when the read brought nothing.
 bool SerialPort::readOne(std::uint8_t& byte, bool& failed) {
   std::uint32_t got = 0;
-  failed = !portsys::readSome(handle_, &byte, 1, got);
+  failed = !(remote_ ? remote_->readSome(&byte, 1, got) : portsys::readSome(handle_, &byte, 1, got));
   return !failed && got == 1;
 }
 
@@ -225,7 +247,9 @@ bool SerialPort::writeChecked(const void* buffer, std::size_t length) {
     consolePuts(kNotOpen, portName_);
     return false;
   }
-  const portsys::WriteResult result = portsys::writeAll(handle_, static_cast<const std::uint8_t*>(buffer), length);
+  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+  const portsys::WriteResult result =
+      remote_ ? remote_->writeAll(bytes, length) : portsys::writeAll(handle_, bytes, length);
   if (result != portsys::WriteResult::ok && checkLost()) return false;
   switch (result) {
   case portsys::WriteResult::writeFailed: consolePuts("write error\r", portName_); return false;

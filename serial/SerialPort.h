@@ -8,11 +8,16 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 struct PortHandle; // the platform's open device, defined by serial_<platform>.cpp
+class Rfc2217Port; // a remote port, rfc2217://HOST:PORT
+namespace portsys {
+struct LineSettings;
+}
 
 class SerialPort {
 public:
@@ -47,6 +52,8 @@ public:
   // fail quietly. The owner closes the port (close keeps this flag; open clears it).
   bool lost() const { return lost_.load(); }
   const std::string& portName() const { return portName_; }
+  // A remote port's network round trip, measured when it connected; 0 for a local port.
+  std::uint32_t roundTripMicros() const;
 
   // Bytes waiting in the input queue; 0 when closed.
   std::uint32_t available();
@@ -97,11 +104,13 @@ protected:
 private:
   bool checkLost();
   bool waitForByte();
+  bool openRemote(const portsys::LineSettings& line);
   bool readOne(std::uint8_t& byte, bool& failed);
   std::string readText(bool (*take)(std::uint8_t byte, std::string& text));
   bool writeChecked(const void* buffer, std::size_t length);
 
   PortHandle* handle_ = nullptr;
+  std::unique_ptr<Rfc2217Port> remote_; // set instead of handle_ when the name is an rfc2217:// URL
   std::atomic<bool> open_{false};
   std::atomic<bool> lost_{false};
   std::string foundPortName_;
