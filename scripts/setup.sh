@@ -11,7 +11,7 @@ packages=(
   libglfw3-dev libgl1-mesa-dev libgl1-mesa-dri xvfb xdotool x11-apps imagemagick
   fonts-liberation
   g++-mingw-w64-x86-64-posix wine wine64
-  clang libclang-rt-14-dev llvm clang-format clang-tidy
+  clang libclang-rt-14-dev llvm clang-format clang-tidy gcovr
   dpkg-dev xz-utils ca-certificates python3
   help2man lintian nsis fakeroot zip unzip man-db bash-completion
   ser2net python3-serial
