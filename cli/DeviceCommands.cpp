@@ -209,14 +209,18 @@ void addDeviceCommands(CLI::App& app, ExitCode& exitCode) {
   ports->callback([&exitCode] { exitCode = runPorts(portsOpt.json); });
 
   CLI::App* identify = app.add_subcommand("identify", "Find the device on a port and print its identity");
-  identify->add_option("--port", identifyOpt.ports, "Serial port")->required()->expected(1);
+  identify->add_option("--port", identifyOpt.ports, "Serial port, or rfc2217://HOST:PORT for a remote one")
+      ->required()
+      ->expected(1);
   identify->add_option("--baud", identifyOpt.baud, "auto (the ladder 9600 ... 921600) or one of its rates")
       ->capture_default_str();
   identify->add_flag("--json", identifyOpt.json, "Print a JSON object");
   identify->callback([&exitCode] { exitCode = runIdentify(identifyOpt); });
 
   CLI::App* flash = app.add_subcommand("flash", "Flash an AELF image into the device on one or more ports");
-  flash->add_option("--port", flashOpt.ports, "Serial port; repeat to flash several devices at once")
+  flash
+      ->add_option("--port", flashOpt.ports,
+                   "Serial port, or rfc2217://HOST:PORT for a remote one; repeat to flash several devices at once")
       ->required()
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
