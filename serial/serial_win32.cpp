@@ -40,9 +40,11 @@ void setFlagWord(DCB& dcb) {
   std::memcpy(reinterpret_cast<unsigned char*>(&dcb) + flagOffset, &flags, sizeof flags);
 }
 
-// The errors a call on a communications handle gets once its device is gone.
+// The errors a call on a communications handle gets once its device is gone
+// (ERROR_NOT_READY is what Wine reports for a line that hung up).
 void noteError(PortHandle* port) {
   switch (GetLastError()) {
+  case ERROR_NOT_READY:
   case ERROR_ACCESS_DENIED:
   case ERROR_BAD_COMMAND:
   case ERROR_OPERATION_ABORTED:
