@@ -128,7 +128,15 @@ for s in $allStages; do
   esac
 done
 
+# Non-blank lines of the tests (C++, shell, Python, CMake; not the fuzz corpus)
+# against those of the product C++: the suite is meant to stay a quarter to a third
+# of the code.
+nonBlank() { xargs -r cat | grep -c -v '^[[:space:]]*$'; }
+testLines=$(git ls-files tests | grep -E '\.(cpp|h|c|sh|py|cmake)$|CMakeLists\.txt$' | grep -v /corpus/ | nonBlank)
+codeLines=$(git ls-files base serial device image linkmap cli sim app | grep -E '\.(cpp|h|c)$' | nonBlank)
+ratio=$(awk -v t="$testLines" -v c="$codeLines" 'BEGIN { printf "%.2f", c ? t / c : 0 }')
+
 echo "stages run: ${ran[*]:-none}"
 echo "stages skipped: ${notRun[*]:-none}"
-echo "tests: $passed passed, $failed failed, $skipped skipped"
+echo "tests: $passed passed, $failed failed, $skipped skipped; test code $testLines lines, product code $codeLines lines (ratio $ratio)"
 [ "$failed" -eq 0 ] && [ "${#ran[@]}" -gt 0 ]
