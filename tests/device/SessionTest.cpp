@@ -29,7 +29,7 @@ struct Printed {
   ~Printed() { setConsoleSink(before); }
 };
 
-bool waitIdle(FlashLink& link) {
+[[maybe_unused]] bool waitIdle(FlashLink& link) {
   const auto end = Clock::now() + std::chrono::seconds(10);
   for (link.update(); link.isBusy(); link.update()) {
     if (Clock::now() > end) return false;
