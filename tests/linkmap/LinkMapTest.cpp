@@ -1,10 +1,19 @@
-#include "linkmap/LinkMap.h"
-#include "linkmap/ReadLines.h"
-#include "tests/linkmap/TestFiles.h"
-
 #include <sstream>
 
+#include "linkmap/LinkMap.h"
+#include "linkmap/ReadLines.h"
+#include "linkmap/Rewriter.h"
+#include "tests/linkmap/TestFiles.h"
+
+namespace fs = std::filesystem;
+
 namespace {
+
+const char* const mapText = "ModbusHGroups_Table       0x800'4000   0x40  Data  Gb  regs.o [1]\n"
+                            "ApplicationEntryPointWithAVeryLongName\n"
+                            "                          0x800'42a9         Code  Gb  start.o [1]\n"
+                            "loop                      0x800'f4     0x1c  Code  Gb  main.o [1]\n"
+                            "ram_buffer                0x2000'0100  0x10  Data  Lc  main.o [1]\n";
 
 LinkMap parse(const std::string& text) {
   std::istringstream in(text);
@@ -13,85 +22,110 @@ LinkMap parse(const std::string& text) {
   return table;
 }
 
-const char* const workedExample = "ModbusHGroups_Table       0x800'4000   0x40  Data  Gb  regs.o [1]\n"
-                                  "ApplicationEntryPointWithAVeryLongName\n"
-                                  "                          0x800'42a9         Code  Gb  start.o [1]\n"
-                                  "loop                      0x800'f4     0x1c  Code  Gb  main.o [1]\n"
-                                  "ram_buffer                0x2000'0100  0x10  Data  Lc  main.o [1]\n";
-
-const LinkMap workedTable = {
-    {"ApplicationEntryPointWithAVeryLongName", "0x80042a9"},
-    {"ModbusHGroups_Table", "0x8004000"},
-    {"loop", "0x80000f4"},
-};
+std::string lines(int count) {
+  std::string text;
+  for (int i = 1; i <= count; ++i) text += "L" + std::to_string(i) + "\n";
+  return text;
+}
 
 } // namespace
 
-TEST(ReadLines, KeepsEmptyLinesAndTheLastLineWithoutLineEnd) {
+TEST(ReadLines, KeepsEmptyLinesAndTheLastLineWithoutLineEndAndIsSilentOnAMissingFile) {
   const std::string dir = testFolder();
-  writeFile(dir + "lf.txt", "alpha\n\nbeta \ngamma");
-  writeFile(dir + "crlf.txt", "alpha\r\n\r\nbeta \r\ngamma");
-  const std::vector<std::string> expected = {"alpha", "", "beta ", "gamma"};
-  EXPECT_EQ(readLines(dir + "lf.txt"), expected);
-  EXPECT_EQ(readLines(dir + "crlf.txt"), expected);
-}
-
-TEST(ReadLines, MissingFileGivesNoLinesAndNoMessage) {
+  writeFile(dir + "crlf.txt", withCrlf("alpha\n\nbeta \n") + "gamma");
   startCapture();
-  EXPECT_TRUE(readLines(testFolder() + "missing.txt").empty());
+  EXPECT_EQ(readLines(dir + "crlf.txt"), (std::vector<std::string>{"alpha", "", "beta ", "gamma"}));
+  EXPECT_TRUE(readLines(dir + "missing.txt").empty());
   EXPECT_EQ(endCapture(), "");
 }
 
-TEST(LinkMap, WorkedExampleWithLfAndCrlf) {
-  EXPECT_EQ(parse(workedExample), workedTable);
-  EXPECT_EQ(parse(withCrlf(workedExample)), workedTable);
-}
-
-TEST(LinkMap, MapsWithoutSymbolLinesGiveAnEmptyTable) {
-  EXPECT_TRUE(parse("").empty());
-  EXPECT_TRUE(parse("main 0x2000'0100 Code\nloop 0x8'00f4\n\n").empty());
-}
-
-TEST(LinkMap, LineOfOnlyTheMarkerEndsTheReading) {
-  // "0x80" alone is a symbol line with neither tab nor blank: the rest is ignored.
-  EXPECT_EQ(parse("a 0x800'1000\n0x80\nb 0x800'2000\n"), (LinkMap{{"a", "0x8001000"}}));
-  // "0x8" is no symbol line; it becomes the remembered line of the next one.
-  EXPECT_EQ(parse("0x8\n  0x800'2000 Code\n"), (LinkMap{{"0x8", "0x8002000"}}));
-}
-
-TEST(LinkMap, MarkerInTheSizeColumnQualifiesTheLine) {
-  EXPECT_EQ(parse("buf 0x2000'0100 0x80\n"), (LinkMap{{"buf", "0x20000100"}}));
-}
-
-TEST(LinkMap, BlankLedLinesTakeTheRememberedName) {
-  // At the very start the remembered line is empty.
-  EXPECT_EQ(parse("   0x800'1000 Code\n"), (LinkMap{{"", "0x8001000"}}));
-  // Two address lines after one long name: both take it, the second wins.
-  EXPECT_EQ(parse("LongName\n   0x800'1000 Code\n\t0x800'2000 Code\n"), (LinkMap{{"LongName", "0x8002000"}}));
-  // A short or empty line in between replaces the remembered name.
-  EXPECT_EQ(parse("LongName\nab\n   0x800'1000\n"), (LinkMap{{"ab", "0x8001000"}}));
-  EXPECT_EQ(parse("LongName\n\n   0x800'1000\n"), (LinkMap{{"", "0x8001000"}}));
-}
-
-TEST(LinkMap, TabEndsTheNameOneCharacterEarly) {
-  EXPECT_EQ(parse("abc\t0x800'1000\n"), (LinkMap{{"ab", "0x8001000"}}));
-  // A blank before the tab counts instead.
-  EXPECT_EQ(parse("abc 0x800'1000\tCode\n"), (LinkMap{{"abc", "0x8001000"}}));
-}
-
-TEST(LinkMap, LaterLineForTheSameNameWins) {
-  EXPECT_EQ(parse("f 0x800'1000\nf 0x800'2000\n"), (LinkMap{{"f", "0x8002000"}}));
+TEST(LinkMap, TableOfMaps) {
+  const struct {
+    const char* text;
+    LinkMap table;
+  } cases[] = {
+      {mapText,
+       {{"ApplicationEntryPointWithAVeryLongName", "0x80042a9"},
+        {"ModbusHGroups_Table", "0x8004000"},
+        {"loop", "0x80000f4"}}},
+      {"main 0x2000'0100 Code\nloop 0x8'00f4\n\n", {}},
+      // "0x80" alone is a symbol line with neither tab nor blank: the rest is ignored.
+      {"a 0x800'1000\n0x80\nb 0x800'2000\n", {{"a", "0x8001000"}}},
+      // "0x8" is no symbol line; it becomes the remembered line of the next one.
+      {"0x8\n  0x800'2000 Code\n", {{"0x8", "0x8002000"}}},
+      {"buf 0x2000'0100 0x80\n", {{"buf", "0x20000100"}}}, // the marker in the size column counts
+      {"   0x800'1000 Code\n", {{"", "0x8001000"}}},       // nothing remembered yet
+      {"LongName\n   0x800'1000 Code\n\t0x800'2000 Code\n", {{"LongName", "0x8002000"}}},
+      {"LongName\nab\n   0x800'1000\n", {{"ab", "0x8001000"}}},
+      {"LongName\n\n   0x800'1000\n", {{"", "0x8001000"}}},
+      {"abc\t0x800'1000\n", {{"ab", "0x8001000"}}}, // a tab ends the name one character early
+      {"abc 0x800'1000\tCode\n", {{"abc", "0x8001000"}}},
+      {"f 0x800'1000\nf 0x800'2000\n", {{"f", "0x8002000"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(parse(c.text), c.table);
+    EXPECT_EQ(parse(withCrlf(c.text)), c.table);
+  }
 }
 
 TEST(LinkMap, AddressWidening) {
-  EXPECT_EQ(linkMapAddress("loop 0x800'f4 Code"), "0x80000f4");
-  EXPECT_EQ(linkMapAddress("x 0x800'1c0 Data"), "0x80001c0");
-  EXPECT_EQ(linkMapAddress("x 0x800'4000"), "0x8004000");
-  // A high group of four digits is widened at the same place; long texts stay.
-  EXPECT_EQ(linkMapAddress("x 0x8000'12"), "0x8000012");
-  EXPECT_EQ(linkMapAddress("x 0x8000'1234"), "0x80001234");
-  EXPECT_EQ(linkMapAddress("x 0x2000'0100\t0x10"), "0x20000100");
-  // Outside the grammar: no apostrophe, the text runs to the next blank.
-  EXPECT_EQ(linkMapAddress("x 0x8001234 Code"), "0x8001234");
-  EXPECT_EQ(linkMapAddress("x 0x80 y"), "0x8000000");
+  const char* const cases[][2] = {
+      {"loop 0x800'f4 Code", "0x80000f4"}, {"x 0x800'1c0 Data", "0x80001c0"}, {"x 0x800'4000", "0x8004000"},
+      {"x 0x8000'12", "0x8000012"},        {"x 0x8000'1234", "0x80001234"},   {"x 0x2000'0100\t0x10", "0x20000100"},
+      {"x 0x8001234 Code", "0x8001234"},   {"x 0x80 y", "0x8000000"}, // outside the grammar
+  };
+  for (const auto& c : cases) EXPECT_EQ(linkMapAddress(c[0]), c[1]) << c[0];
+}
+
+TEST(Rewriter, TableOfRuns) {
+  using R = RewriteResult;
+  const struct {
+    const char* funcs; // nullptr: no such file, likewise for the map and a template of 0 lines
+    std::string map;
+    int lines;
+    const char* out;
+    RewriteResult result;
+    const char* console;  // "@" stands for the folder
+    const char* inserted; // the block after the template's 11th line; nullptr: the output is left alone
+  } cases[] = {
+      {"ModbusHGroups_Table\nloop\nApplicationEntryPointWithAVeryLongName -> __entryPoint__\nunused_symbol\n", mapText,
+       13, "out.ld", R::WrittenSomeMissing,
+       "replace ApplicationEntryPointWithAVeryLongName on __entryPoint__\nfunc unused_symbol not found\n",
+       "ModbusHGroups_Table = 0x8004000;\nloop = 0x80000f4;\n__entryPoint__ = 0x80042a9;\n"},
+      {"missing\n", mapText, 10, "out.ld", R::Written, "", ""}, // fewer than 11 lines: a plain copy
+      {"loop\n", mapText, 11, "out.ld", R::Written, "", "loop = 0x80000f4;\n"},
+      {"Modbus HGroups_Table\nloop\nloop\n\nnothere -> there\n->x\ntableWithALongName->buf\n",
+       mapText + std::string("tableWithALongName\n   0x800'0042 Code\n"), 11, "out.ld", R::WrittenSomeMissing,
+       "func  not found\nfunc nothere not found\nfunc  not found\nreplace tableWithALongName on buf\n",
+       "ModbusHGroups_Table = 0x8004000;\nloop = 0x80000f4;\nloop = 0x80000f4;\nbuf = 0x8000042;\n"},
+      {"->x\n", "  0x800'1000 Code\n", 11, "out.ld", R::Written, "replace  on x\n", "x = 0x8001000;\n"},
+      {nullptr, mapText, 12, "out.ld", R::Written, "", ""}, // no function list: the template is copied
+      {"loop\n", "", 12, "out.ld", R::NotWritten, "map file not open @out.map\n", nullptr},
+      {"loop\n", mapText, 0, "out.ld", R::NotWritten, "target file not open @target.ld\n", nullptr},
+      {"loop\n", mapText, 12, "folder", R::NotWritten, "target_out file not open \n", nullptr}, // with its blank
+  };
+  for (const auto& c : cases) {
+    for (const bool crlf : {false, true}) {
+      SCOPED_TRACE(std::string(c.console) + (crlf ? " (CR LF)" : ""));
+      const std::string dir = testFolder(), out = dir + c.out;
+      const auto put = [&](const char* name, const std::string& text) {
+        writeFile(dir + name, crlf ? withCrlf(text) : text);
+      };
+      if (c.funcs) put("funcList.txt", c.funcs);
+      if (!c.map.empty()) put("out.map", c.map);
+      if (c.lines) put("target.ld", lines(c.lines));
+      fs::create_directory(dir + "folder");
+      writeFile(dir + "out.ld", "previous output\n");
+      startCapture();
+      EXPECT_EQ(rewriteLinkerScript(dir + "funcList.txt", dir + "out.map", dir + "target.ld", out), c.result);
+      std::string console = c.console;
+      if (console.find('@') != std::string::npos) console.replace(console.find('@'), 1, dir);
+      EXPECT_EQ(endCapture(), console);
+      const std::string written =
+          c.lines < 11 ? lines(c.lines) : lines(11) + (c.inserted ? c.inserted : "") + lines(c.lines).substr(35);
+      EXPECT_EQ(readFile(dir + "out.ld", std::ios::in), c.inserted ? written : "previous output\n");
+      EXPECT_TRUE(fs::is_empty(dir + "folder"));
+    }
+  }
 }

@@ -1,65 +1,58 @@
 #pragma once
-// Small file helpers for the toolchain tests: a fresh folder per test and
-// whole-file reads and writes.
+// File helpers of the toolchain tests: a fresh folder per test, whole-file reads
+// and writes, and stdout captured at its file descriptor.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <sstream>
-#include <string>
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
 
-inline std::string testFolder() {
+inline std::string testName() {
   const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-  std::filesystem::path dir = std::filesystem::temp_directory_path() / "qmload-tests" /
-                              (std::string(info->test_suite_name()) + "." + info->name());
+  return std::string(info->test_suite_name()) + "." + info->name();
+}
+inline std::string testFolder() {
+  const std::filesystem::path dir = std::filesystem::temp_directory_path() / "qmload-tests" / testName();
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
   return dir.string() + "/";
 }
-
 inline void writeFile(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << bytes;
+  std::ofstream(path, std::ios::binary) << bytes;
 }
-
-inline std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+// Text mode reads CR LF back as LF on Windows.
+inline std::string readFile(const std::string& path, std::ios::openmode mode = std::ios::binary) {
   std::ostringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path, mode).rdbuf();
   return text.str();
 }
-
-inline bool fileExists(const std::string& path) { return std::filesystem::exists(path); }
-
-// Text written to a file in text mode: on Windows every line end is CR LF.
-// (Captured standard output is read back in text mode, so it always has LF.)
-inline std::string textLines(const std::string& lfText) {
-#ifdef _WIN32
-  std::string out;
-  for (char c : lfText) {
-    if (c == '\n') out += '\r';
-    out += c;
-  }
-  return out;
-#else
-  return lfText;
-#endif
+inline std::string withCrlf(std::string text) {
+  for (std::size_t i = 0; (i = text.find('\n', i)) != std::string::npos; i += 2) text.insert(i, 1, '\r');
+  return text;
 }
 
-inline std::string withCrlf(const std::string& lfText) {
-  std::string out;
-  for (char c : lfText) {
-    if (c == '\n') out += '\r';
-    out += c;
-  }
-  return out;
-}
-
-inline void startCapture() { testing::internal::CaptureStdout(); }
-
-inline std::string endCapture() {
-  std::cout << std::flush;
+// Stdout goes to a file from startCapture on. endCapture reads that file before
+// anything flushes stdout: text the code under test left in a buffer is missing.
+inline const std::string capturePath = (std::filesystem::temp_directory_path() / "qmload-stdout-").string();
+inline int savedStdout = -1;
+inline void startCapture() {
   std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
+  const int fd = open((capturePath + testName()).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  savedStdout = dup(1);
+  dup2(fd, 1);
+  close(fd);
+}
+inline std::string endCapture() {
+  const std::string text = readFile(capturePath + testName(), std::ios::in);
+  std::fflush(stdout);
+  dup2(savedStdout, 1);
+  close(savedStdout);
+  return text;
 }
