@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Flashing through an RFC 2217 server against flashing the same device directly;
-# prints figures, asserts nothing. The 208 KiB image of bench/flash_bench.sh (200 KiB
+# prints figures, asserts nothing. The 208 KiB image of bench/speed.sh (200 KiB
 # program + 8 KiB resources) goes into a qmload-sim device at 115200 baud:
 #   direct        its pty,
 #   ser2net       ser2net on 127.0.0.1 with the README's configuration (chardelay off),

@@ -35,12 +35,17 @@ std::uint32_t microsUntil(Clock::time_point deadline) {
 
 } // namespace
 
-DeviceSession::DeviceSession(const char* portName) : SerialPort() {
+DeviceSession::DeviceSession(const char* portName, FirstPoll firstPoll) : SerialPort(), firstPoll_(firstPoll) {
   worker_ = std::thread(&DeviceSession::workerLoop, this);
   if (portName != nullptr) {
     std::unique_lock<std::shared_mutex> lock(portLock_);
     if (!SerialPort::open(std::string(portName), 9600, ParityNone, 8, StopOne)) failed.exchange(true);
   }
+  {
+    std::lock_guard<std::mutex> lock(stopMutex_);
+    constructed_ = true;
+  }
+  stopCv_.notify_all();
 }
 
 DeviceSession::~DeviceSession() {
@@ -118,10 +123,16 @@ void DeviceSession::reopen(std::uint8_t baudIndex, std::uint8_t parityIndex, std
     std::unique_lock<std::shared_mutex> lock(portLock_);
     opened = SerialPort::open(name, kLadderBauds[baudIndex], kParityTable[parityIndex], 8, kStopTable[stopIndex]);
   }
-  if (opened)
-    lineBaud_.store(kLadderBauds[baudIndex]);
-  else
+  if (!opened) {
     failed.exchange(true);
+    return;
+  }
+  lineBaud_.store(kLadderBauds[baudIndex]);
+  if (firstPoll_ == FirstPoll::atOnce) {
+    // A worker asleep on the port that was closed starts polling now.
+    { std::lock_guard<std::mutex> lock(stopMutex_); }
+    stopCv_.notify_all();
+  }
 }
 
 std::uint32_t DeviceSession::lockedAvailable() {
@@ -135,11 +146,13 @@ std::uint32_t DeviceSession::lockedRead(std::uint8_t* buffer, std::uint32_t size
 }
 
 // Sleeps a second, or less when the session is being destroyed or an unwritten
-// request's wake-up is counting.
+// request's wake-up is counting; a session that polls at once also wakes when its
+// port opens.
 void DeviceSession::sleepClosed() {
   std::unique_lock<std::mutex> lock(stopMutex_);
-  stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1),
-                     [this] { return stop.load() || unwrittenWake_.load() != 0; });
+  stopCv_.wait_until(lock, Clock::now() + std::chrono::seconds(1), [this] {
+    return stop.load() || unwrittenWake_.load() != 0 || (firstPoll_ == FirstPoll::atOnce && constructed_ && isOpen());
+  });
 }
 
 // Counts an unwritten request's wait down and wakes the owner at its end. True while
@@ -170,7 +183,9 @@ void DeviceSession::closeLostLine() {
 // One pass is a tick: receive, run the time-out, wait 1 ms. While the port is closed
 // the worker sleeps a second at a time. The first pass always counts as closed (the
 // port opens after the worker starts), so polling begins about 1 s after construction
-// and a reply that came meanwhile is taken before any time-out runs.
+// and a reply that came meanwhile is taken before any time-out runs. Deliberate: the
+// screen's session keeps that second; a session made to poll at once ends the first
+// sleep as soon as the constructor has opened its port.
 void DeviceSession::workerLoop() {
   if (!stop.load()) sleepClosed();
   while (!stop.load()) {

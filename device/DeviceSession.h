@@ -42,9 +42,15 @@ public:
   static const std::uint32_t kParityTable[kParityCount]; // none, even, odd
   static const std::uint32_t kStopTable[kStopCount];     // one, two
 
+  // When the worker first polls a port the constructor opened.
+  enum class FirstPoll {
+    afterOneSecond, // the screen's session: the worker's first pass sleeps a second
+    atOnce,         // as soon as the port is open (and after each reopen that opens it)
+  };
+
   // Starts the worker, then opens portName (may be null: the port stays closed) at
   // 9600 baud 8N1. A port that will not open sets failed.
-  explicit DeviceSession(const char* portName);
+  explicit DeviceSession(const char* portName, FirstPoll firstPoll = FirstPoll::afterOneSecond);
   // Stops and joins the worker, which closes the port.
   ~DeviceSession() override;
 
@@ -99,7 +105,9 @@ private:
 
   std::shared_mutex portLock_; // shared: read/write/available; exclusive: open/close
   std::mutex stopMutex_;
-  std::condition_variable stopCv_;
+  std::condition_variable stopCv_; // wakes a worker asleep on a closed port
+  const FirstPoll firstPoll_;
+  bool constructed_ = false; // under stopMutex_: the constructor has tried to open the port
   std::mutex wakeMutex_;
   std::function<void()> wake_;
   std::atomic<ReplyFraming> framing_{ReplyFraming::gap};

@@ -92,8 +92,13 @@ void enter(FlushState& s, FlashLink& link, const FlashPolicy& policy, FlushStep 
 }
 
 void sendDiscoveryAt(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
-  link.request(0, 0, 0, CmdIdentify, 0, nullptr, 0,
-               policy.timeoutFor(kDiscoveryTimeout, s.lineBaudIndex, kShortRequestBytes));
+  std::uint32_t timeout = policy.timeoutFor(kDiscoveryTimeout, s.lineBaudIndex, kShortRequestBytes);
+  if (s.quickPass) {
+    const std::uint32_t baud = kLadderBauds[s.lineBaudIndex < kLadderBauds.size() ? s.lineBaudIndex : 0];
+    const auto wire = std::chrono::ceil<std::chrono::milliseconds>(wireTime(kShortRequestBytes + kReplyBytes, baud));
+    timeout = static_cast<std::uint32_t>(wire.count()) + policy.quickPassMarginTicks;
+  }
+  link.request(0, 0, 0, CmdIdentify, 0, nullptr, 0, timeout);
 }
 
 void reopenAt(FlushState& s, FlashLink& link, std::uint32_t baudIndex) {
@@ -111,6 +116,7 @@ FlashOutcome outcome(FlashKind kind, std::string message = {}) {
 // A device answered discovery: its identity is kept for every later request.
 DiscoveryOutcome takeIdentity(FlushState& s, const FlashLink& link) {
   s.discoveryTries = 0;
+  s.quickPass = false;
   s.answeredBaudIndex = s.lineBaudIndex;
   s.baudIndex = 0;
   s.deviceId0 = link.replyWord(0);
@@ -122,6 +128,19 @@ DiscoveryOutcome takeIdentity(FlushState& s, const FlashLink& link) {
 // No answer: the request again at the same baud rate, or at the next one after six
 // attempts, or "Devices are not found" at the end of the ladder.
 DiscoveryOutcome retryDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
+  if (s.quickPass) {
+    // One attempt at each rate, then the ladder proper from the slowest rate.
+    if (s.baudIndex < kLastBaudIndex) {
+      s.baudIndex += 1;
+    } else {
+      s.quickPass = false;
+      s.baudIndex = 0;
+      s.discoveryTries = 0;
+    }
+    reopenAt(s, link, s.baudIndex);
+    sendDiscoveryAt(s, link, policy);
+    return DiscoveryOutcome::Retrying;
+  }
   if (s.discoveryTries < kDiscoveryRepeats) {
     s.discoveryTries += 1;
   } else {
@@ -263,6 +282,7 @@ void sendDiscovery(FlushState& s, FlashLink& link, const FlashPolicy& policy) {
     s.baudIndex = static_cast<std::uint32_t>(policy.fixedBaudIndex);
     reopenAt(s, link, s.baudIndex);
   }
+  s.quickPass = policy.quickPassMarginTicks != 0 && policy.fixedBaudIndex < 0;
   sendDiscoveryAt(s, link, policy);
 }
 

@@ -75,6 +75,7 @@ struct FlushState {
   // Bookkeeping beyond the screen's variables (the screen never draws them).
   std::uint32_t lineBaudIndex = 0;     // baud index the line is at now (the session opens at 9600)
   std::uint32_t answeredBaudIndex = 0; // baud index at which the last discovery was answered
+  bool quickPass = false;              // discovery is in its quick pass (FlashPolicy::quickPassMarginTicks)
 };
 
 struct FlashPolicy {
@@ -105,6 +106,11 @@ struct FlashPolicy {
   std::uint32_t eraseTimeoutTicks = 0;
   // Discovery only at this baud index (six attempts) instead of the whole ladder; -1 = ladder.
   int fixedBaudIndex = -1;
+  // Before the ladder of six attempts at each baud rate, discovery tries each rate
+  // once, waiting only for the wire time of request and reply plus this many ticks:
+  // a device that answers at once is found without the slower rates' repetitions.
+  // 0 = no quick pass (the screen's ladder).
+  std::uint32_t quickPassMarginTicks = 0;
   // Set from any thread to stop: the next step returns Cancelled.
   const std::atomic<bool>* cancel = nullptr;
 

@@ -7,7 +7,8 @@
 
 namespace {
 
-// The smallest frame the fast framing ends on its CRC alone: a frame without data.
+// The smallest frame the fast framing ends on its CRC alone: a frame without data,
+// which is also the length of every reply.
 constexpr std::size_t kFastMinFrame = kFrameHeader + 2;
 // The fast framing's silence, in character times.
 constexpr std::size_t kFastQuietChars = 3;
@@ -23,6 +24,7 @@ void ReplyFramer::begin(ReplyFraming framing, std::uint32_t baud) {
 void ReplyFramer::clear() {
   size_ = 0;
   crcOk_ = false;
+  complete_ = false;
   ended_ = false;
 }
 
@@ -34,10 +36,14 @@ std::size_t ReplyFramer::feed(const std::uint8_t* data, std::size_t n, Clock::ti
   size_ += take;
   last_ = now;
   crcOk_ = framing_ == ReplyFraming::fast && size_ >= kFastMinFrame && frameCrcOk(bytes_.data(), size_);
+  // A reply is complete when it is complete: nothing more belongs to it, so waiting
+  // for a quiet line would only delay the next request.
+  complete_ = crcOk_ && size_ == kFastMinFrame;
   return take;
 }
 
 FrameVerdict ReplyFramer::poll(Clock::time_point now) {
+  // A complete reply's deadline is its last byte: a poll at or after it ends it.
   if (!ended_ && size_ != 0 && size_ < kFrameMax && now < deadline()) return FrameVerdict::open;
   return cut();
 }

@@ -6,11 +6,13 @@
 // A frame ends
 //   - at once when it holds kFrameMax bytes;
 //   - gap framing: once 100 ms have passed without a byte;
-//   - fast framing: once its bytes (at least a frame without data) carry a good
-//     CRC and the line has been quiet for three character times, at least 50 us;
-//     bytes without a good CRC wait for the same 100 ms as the gap framing.
+//   - fast framing: at once when its bytes are exactly one reply (24 bytes: replies
+//     carry no data) with a good CRC; otherwise once its bytes (at least a frame
+//     without data) carry a good CRC and the line has been quiet for three
+//     character times, at least 50 us; bytes without a good CRC wait for the same
+//     100 ms as the gap framing.
 // Bytes fed before the frame is polled belong to it, however late they came: the
-// frame ends only when a poll finds the line quiet long enough. Both framings then
+// frame ends only when a poll finds it complete or the line quiet long enough. Both framings then
 // judge the frame alike: no byte, fewer than 3 bytes, a bad CRC, or good.
 #include <array>
 #include <chrono>
@@ -22,7 +24,7 @@
 // How the session decides that a reply frame is complete.
 enum class ReplyFraming {
   gap,  // after 100 ms without a byte
-  fast, // as soon as a good-CRC frame of at least 24 bytes is followed by a short silence
+  fast, // a good 24-byte reply at once; another good-CRC frame after a short silence
 };
 
 enum class FrameVerdict {
@@ -54,7 +56,7 @@ public:
   // Ends the frame now whatever the time (the line can bring no more) and judges it.
   FrameVerdict cut();
   // When the frame ends unless another byte comes first; meaningful while it holds bytes.
-  Clock::time_point deadline() const { return last_ + (crcOk_ ? quiet_ : Clock::duration(kGap)); }
+  Clock::time_point deadline() const { return complete_ ? last_ : last_ + (crcOk_ ? quiet_ : Clock::duration(kGap)); }
 
   const std::uint8_t* bytes() const { return bytes_.data(); }
   std::size_t size() const { return size_; }
@@ -68,6 +70,7 @@ private:
   std::array<std::uint8_t, kFrameMax> bytes_{};
   std::size_t size_ = 0;
   Clock::time_point last_{};
-  bool crcOk_ = false; // fast framing only: the bytes so far make a good frame
+  bool crcOk_ = false;    // fast framing only: the bytes so far make a good frame
+  bool complete_ = false; // fast framing only: they are exactly one good reply
   bool ended_ = false;
 };

@@ -31,6 +31,7 @@ Bytes join(Bytes a, const Bytes& b) {
 
 const Bytes kReply = frame(CmdIdentify, 0x00c0ffee);
 const Bytes kOther = frame(CmdCheckBlock, 1);
+const Bytes kWithData = frame(CmdCheckBlock, 1, Bytes(4, 0x33));
 const Bytes kCorrupt = [] {
   Bytes b = kReply;
   b.back() ^= 0x5A;
@@ -106,16 +107,21 @@ const Script kScripts[] = {
     {"gap: a bad CRC", gap, 9600, {in(0, kCorrupt), at(100'000, badCrc, 24)}},
     {"gap: a full frame ends at once", gap, 9600, {in(0, kFullAndMore), at(0, good, kFrameMax)}},
     {"gap: nothing fed is an empty frame", gap, 9600, {at(0, FrameVerdict::empty)}},
-    {"fast: a reply ends three character times after its last byte",
+    {"fast: a good frame with data ends three character times after its last byte",
      fast,
      9600,
-     {in(0, kReply), at(3'124, open), at(3'125, good, 24)}},
-    {"fast: the quiet time is at least 50 us", fast, 921600, {in(0, kReply), at(49, open), at(50, good, 24)}},
-    {"fast: a reply in two pieces is one frame",
+     {in(0, kWithData), at(3'124, open), at(3'125, good, 28)}},
+    {"fast: the quiet time is at least 50 us", fast, 921600, {in(0, kWithData), at(49, open), at(50, good, 28)}},
+    {"fast: a frame in two pieces is one frame",
      fast,
      921600,
-     {in(0, slice(kReply, 0, 10)), at(20'000, open), in(20'000, slice(kReply, 10, 24)), at(20'049, open),
-      at(20'050, good, 24)}},
+     {in(0, slice(kWithData, 0, 10)), at(20'000, open), in(20'000, slice(kWithData, 10, 28)), at(20'049, open),
+      at(20'050, good, 28)}},
+    {"fast: a good reply ends at once, also in pieces",
+     fast,
+     9600,
+     {in(0, kReply), at(0, good, 24), in(10, slice(kReply, 0, 10)), at(20'000, open), in(20'000, slice(kReply, 10, 24)),
+      at(20'000, good, 24)}},
     {"fast: two replies back to back are one frame, ended by the gap",
      fast,
      921600,
