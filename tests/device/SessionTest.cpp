@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/Console.h"
@@ -107,18 +108,21 @@ public:
 
 private:
   void run() {
-    while (!stop_) {
-      const std::vector<std::uint8_t> got = pty_.receive(5);
+    for (std::vector<std::uint8_t> got; !stop_;) {
+      const std::vector<std::uint8_t> more = pty_.receive(20);
+      if (more.empty() || got.size() > kFrameMax) got.clear(); // a pause ends what was not a request
+      got.insert(got.end(), more.begin(), more.end());
       if (got.size() < kFrameHeader + 2 || !frameCrcOk(got.data(), got.size())) continue;
+      const std::vector<std::uint8_t> request = std::exchange(got, {});
       if (pty_.hostBaud() != baud) {
         ++ignored;
         continue;
       }
       {
         std::lock_guard<std::mutex> lock(mutex_);
-        requests_.push_back(got);
+        requests_.push_back(request);
       }
-      const FrameFields asked = decodeFields(got.data());
+      const FrameFields asked = decodeFields(request.data());
       std::vector<std::uint8_t> reply = replyFrame(asked.command, asked.address, kA);
       switch (mode.load()) {
       case Mode::silent: break;
@@ -127,7 +131,7 @@ private:
       case Mode::answer: pty_.send(reply); break;
       case Mode::twoReplies: // a gap apart: two frames, the second one last
         pty_.send(replyFrame(asked.command, asked.address, 1));
-        std::this_thread::sleep_for(milliseconds(120));
+        std::this_thread::sleep_for(milliseconds(250)); // well past the gap, also when the worker reads late
         pty_.send(replyFrame(asked.command, asked.address, 2));
       }
     }
@@ -192,7 +196,7 @@ TEST_P(SessionPty, RequestsRepliesBaudRatesAndTimeOuts) {
   // Two good frames a gap apart: both taken, the last one wins.
   device.mode = Responder::Mode::twoReplies;
   EXPECT_TRUE(ask(*session, CmdCheckBlock, 2000));
-  std::this_thread::sleep_for(milliseconds(400));
+  std::this_thread::sleep_for(milliseconds(500));
   EXPECT_TRUE(!session->isBusy() && !session->hasFailed()); // busy, rewritten by the last frame, publishes it
   EXPECT_EQ(session->replyWord(0), 2u);
 
@@ -221,7 +225,7 @@ TEST_P(SessionPty, RejectedFramesFailAndOnlyABadCrcIsReported) {
   ASSERT_TRUE(ask(*session, CmdIdentify, 2000));
   Printed printed;
   device.mode = Responder::Mode::corrupt;
-  EXPECT_FALSE(ask(*session, CmdCheckBlock, 300));
+  EXPECT_FALSE(ask(*session, CmdCheckBlock, 2000)); // ended by the bad frame, not the time-out
   device.mode = Responder::Mode::twoBytes;
   EXPECT_FALSE(ask(*session, CmdIdentify, 2000));
   std::this_thread::sleep_for(milliseconds(50)); // room for a second message, if any
