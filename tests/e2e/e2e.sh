@@ -1,267 +1,146 @@
 #!/usr/bin/env bash
-# End-to-end cases of qmload-cli against qmload-sim on pseudo-terminals.
-# Usage: e2e.sh CASE   with QMLOAD_CLI, QMLOAD_SIM and QMLOAD_E2E_IMAGE set to the
-# three programs. Each case prints what it checks and exits non-zero on a mismatch.
+# qmload-cli end to end, a table of scenarios against fresh simulators (lib.sh) on ptys,
+# RFC 2217 servers and, for qmload-cli.exe under Wine (QMLOAD_WRAP), COM ports; faults/ is
+# the flashing fault matrix.   e2e.sh [--jobs N] PATTERN: the rows named PATTERN[/...],
+# with QMLOAD_CLI, QMLOAD_E2E_IMAGE and QMLOAD_SIM (or the newest build's simulator).
 set -uo pipefail
+. "$(dirname "$0")/lib.sh"
+jobs=1 && [ "${1:-}" = --jobs ] && jobs=$2 && shift 2
+cli=${QMLOAD_CLI:?} tool=${QMLOAD_E2E_IMAGE:?} wrap=${QMLOAD_WRAP:-} pattern=${1:?pattern}
+sim=${QMLOAD_SIM:-$(ls -t "$root"/build/*/sim/qmload-sim 2>/dev/null | head -n 1)}
+[ -x "$sim" ] || missing_prereq "the Linux qmload-sim (build it, or set QMLOAD_SIM)"
+[ -z "$wrap" ] || "$wrap" --warm-up >/dev/null 2>&1 || missing_prereq "a working Wine prefix"
+top=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX") failed=0
+trap 'work=$top && { [ "$failed" = 0 ] || keepWork=1; } && cleanup' EXIT
 
-cli=${QMLOAD_CLI:?}
-sim=${QMLOAD_SIM:?}
-tool=${QMLOAD_E2E_IMAGE:?}
-case_name=${1:?case}
+# name | simulators | qmload-cli's arguments | checks | action (scenario in lib.sh). Replies
+# of the 7-block image: 1 identify, 2 start, 3/4 check/write the first block, 9/10 the middle
+# one, 15/16 the header, 17 finish. A name ending "*" runs at each place, "%" where the line
+# can die (not after finish); a row named again replaces it (a late identify is never seen).
+f1="flash --port @0" f2="flash --port @0 --port @1" dnr="Device not response" lost="Port lost" nf="Devices are not found"
+fast="--baud auto --framing fast --erase-timeout 2" gap="--baud auto --framing gap --erase-timeout 2"
+table=$(cat <<'ROWS'
+identify-9600          | --baud 9600 --id 0x01020304-a0b0c0d0-deadbeef   | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":9600'
+identify-38400         | --baud 38400 --id 0x01020304-a0b0c0d0-deadbeef  | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":38400'
+identify-115200        | --baud 115200 --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":115200'
+identify-921600        | --baud 921600 --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":921600'
+flash                  | -                      | flash --port @0 --json @img     | =0 dump json '"event":"found"' '"event":"progress"' '"event":"done","port":"@0","seconds":' '"bytes":1305}'
+flash-gap              | --baud 921600          | flash --port @0 --baud 921600 --framing gap --quiet @img | =0 dump
+flash-id               | --baud 38400 --id 0x00000001-00000002-00000003 | flash --port @0 --baud 38400 --id 0x00000001-00000002-00000003 @img | ok
+fault-drop             | --drop-reply 5         | flash --port @0 @img            | ok
+fault-drop-every       | --drop-every 4         | flash --port @0 @img            | ok
+fault-corrupt          | --corrupt-reply 6      | flash --port @0 @img            | ok
+fault-corrupt-finish   | --corrupt-reply 17     | flash --port @0 @img            | ok
+fault-late             | --late-reply 5:300     | flash --port @0 @img            | ok
+fault-garbage          | --garbage 5:7 --corrupt-reply 4 | flash --port @0 --port @w/missing --json @img | =1 dump json '{"event":"log","port":"@w/missing","text":"Error opening port"}' '"text":"CRC error!"' '{"event":"done","port":"@0"'
+silent                 | --silent-after-writes 2 | flash --port @0 --quiet @img   | '@0: Device not response'
+protected              | -                      | flash --port @0 @w/boot.alf     | =1 '@0: Block at 0x08001000 refused by the device'
+killed                 | --write-ms 100         | flash --port @0 --json @img     | =1 '"event":"error"' '!"event":"done"' | KILL:8
+four                   | --id 0x00000001-00000000-00000000+--id 0x00000002-00000000-00000000+--id 0x00000003-00000000-00000000+--id 0x00000004-00000000-00000000 | flash --port @0 --port @1 --port @2 --port @3 @img | ok '@3: ok 0x00000004-00000000-00000000' '@1: ok 0x00000002-00000000-00000000'
+interrupt              | --write-ms 100         | flash --port @0 --json @img     | =130 Cancelled '!"event":"done"' | INT:8
+ports                  | -                      | ports --json                    | '"port":"@0"' 'pseudo-terminal /dev/pts/'
+ports/text             | -                      | ports                           | '@0  pseudo-terminal /dev/pts/'
+exit-codes/not-found   | --baud 57600           | flash --port @0 --quiet @img    | '@0: Devices are not found'
+exit-codes/no-identity | --baud 57600           | identify --port @0 --baud 115200 | =1 'Devices are not found'
+exit-codes/bad-image   | -                      | flash --port @0 @w/bad.alf      | =3 'is not AELF file'
+exit-codes/no-image    | -                      | flash --port @0 --json @w/missing.alf | =3 json "Can't open aelf file"
+exit-codes/bad-baud    | -                      | flash --port @0 --baud 12345 @img | =2
+exit-codes/no-port     | -                      | flash @img                      | =2
+exit-codes/bad-framing | -                      | flash --port @0 --framing slow @img | =2
+remote/identify        | ser2net                | identify --port @0              | '0x00c0ffee-12345678-9abcdef0 at 115200 baud'
+remote/flash           | ser2net                | flash --port @0 @img            | ok
+remote/pyserial        | pyserial               | flash --port @0 @img            | ok
+remote/mixed           | ser2net --id 0x00000001-00000000-00000000+--id 0x00000002-00000000-00000000+ser2net --id 0x00000003-00000000-00000000 | flash --port @0 --port @1 --port @2 @img | ok '@2: ok 0x00000003-00000000-00000000'
+remote/killed          | ser2net --write-ms 100 | flash --port @0 --json @img     | =1 '@0: the server closed the connection' '"event":"error"' | server:8
+remote/refused         | -                      | identify --port rfc2217://127.0.0.1:1 | =1 'Error opening port: rfc2217://127.0.0.1:1: connection refused'
+wine-remote/identify   | ser2net                | identify --port @0              | '0x00c0ffee-12345678-9abcdef0 at 115200 baud'
+wine-remote/flash      | ser2net                | flash --port @0 @img            | ok
+wine-lost/hangup       | --write-ms 100 --hangup-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
+wine-lost/vanish       | --write-ms 100 --vanish-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
+wine-lost/killed       | --write-ms 100         | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0' | KILL:8
+faults/baseline                    | -                            | $f1 $fast @img                    | ok
+faults/baseline-gap                | -                            | $f1 $gap @img                     | ok
+faults/baseline-115200             | -                            | $f1 --baud 115200 --framing fast @img| ok
+faults/drop-*                      | --drop-reply *               | $f1 $fast @img                    | ok
+faults/corrupt-*                   | --corrupt-reply *            | $f1 $fast @img                    | ok
+faults/garbage-*                   | --garbage 7:*                | $f1 $fast @img                    | ok
+faults/late300-*                   | --late-reply *:300           | $f1 $fast @img                    | ok
+faults/late300-discovery           | --late-reply 1:300           | $f1 $fast @img                    | '@0: $nf'
+faults/late1500-middle-write       | --late-reply 10:1500         | $f1 $fast @img                    | ok
+faults/late1500-header-write       | --late-reply 16:1500         | $f1 $fast @img                    | ok
+faults/late150-middle-check        | --late-reply 9:150           | $f1 $fast @img                    | ok
+faults/late1500-start              | --late-reply 2:1500          | $f1 $fast @img                    | ok
+faults/late1500-finish             | --late-reply 17:1500         | $f1 $fast @img                    | ok
+faults/device-at-9600              | --baud 9600                  | $f1 $fast @img                    | ok
+faults/device-at-921600            | --baud 921600                | $f1 $fast @img                    | ok
+faults/device-at-9600-drop-finish  | --baud 9600 --drop-reply 17  | $f1 $fast @img                    | ok
+faults/corrupt-middle-check-gap    | --corrupt-reply 9            | $f1 $gap @img                     | ok
+faults/garbage-middle-write-gap    | --garbage 7:10               | $f1 $gap @img                     | ok
+faults/late300-header-check-gap    | --late-reply 15:300          | $f1 $gap @img                     | ok
+faults/drop-every-2                | --drop-every 2               | $f1 $fast @img                    | ok
+faults/drop-every-3                | --drop-every 3               | $f1 $fast @img                    | ok
+faults/drop-every-5                | --drop-every 5               | $f1 $fast @img                    | ok
+faults/silent-after-1-writes       | --silent-after-writes 1      | $f1 $fast @img                    | '@0: $dnr'
+faults/silent-after-mid-writes     | --silent-after-writes 3      | $f1 $fast @img                    | '@0: $dnr'
+faults/silent-after-last-writes    | --silent-after-writes 7      | $f1 $fast @img                    | '@0: $dnr'
+faults/erase-3s                    | --erase-ms 3000              | $f1 --baud auto --framing fast @img| ok
+faults/erase-3s-gap                | --erase-ms 3000              | $f1 --baud auto --framing gap @img| ok
+faults/latency-1ms                 | --latency-ms 1               | $f1 $fast @img                    | ok
+faults/latency-16ms                | --latency-ms 16              | $f1 $fast @img                    | ok
+faults/latency-16ms-gap            | --latency-ms 16              | $f1 $gap @img                     | ok
+faults/hangup-after-discovery      | --hangup-after 1             | $f1 $fast @img                    | '@0: $lost'
+faults/hangup-after-start          | --hangup-after 2             | $f1 $fast @img                    | '@0: $lost'
+faults/hangup-middle-write         | --hangup-after 10            | $f1 $fast @img                    | '@0: $lost'
+faults/hangup-middle-write-gap     | --hangup-after 10            | $f1 $gap @img                     | '@0: $lost'
+faults/vanish-middle-write         | --vanish-after 10            | $f1 $fast @img                    | '@0: $lost'
+faults/vanish-after-start          | --vanish-after 2             | $f1 $gap @img                     | '@0: $lost'
+faults/stall-middle-write-300ms    | --stall-ms 10:300            | $f1 $fast @img                    | ok
+faults/stall-after-start-500ms     | --stall-ms 2:500             | $f1 $fast @img                    | ok
+faults/stall-middle-write-3s       | --stall-ms 10:3000           | $f1 $fast @img                    | '@0: $dnr'
+faults/sim-killed-%                | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | KILL:%
+faults/port-removed-%              | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | TERM:%
+faults/two-devices                 | +                            | $f2 $fast @img                    | ok
+faults/two-devices-second-silent   | +--silent-after-writes 2     | $f2 $fast @img                    | ok0 '@1: $dnr'
+faults/two-devices-second-drops    | +--drop-every 3              | $f2 $fast @img                    | ok
+faults/two-devices-second-hangs-up | +--hangup-after 10           | $f2 $fast @img                    | ok0 '@1: $lost'
+faults/two-devices-different-speeds| --write-ms 20+--write-ms 100 | $f2 $fast @img                    | ok
+faults/two-devices-first-killed    | --write-ms 100+              | $f2 $fast @img                    | '@0: $lost' ok1 | KILL:10
+ROWS
+)
+at="discovery:1 start:2 first-check:3 first-write:4 middle-write:10 header-write:16 finish:17"
+die="discovery:1 start:2 first-check:3 middle-write:10 header-write:16"
+declare -A row=() && names=()
+trim() { sed -E 's/^ +| +$//g' <<<"$1"; }
+add() { [ -n "${row[$1]+x}" ] || names+=("$1") && row[$1]=$2; }
+while IFS='|' read -r name rest; do
+  name=$(trim "$name")
+  for v in f1 f2 fast gap dnr lost nf; do rest=${rest//\$$v/${!v}}; done
+  case $name in
+    *\*) for p in $at; do add "${name%?}${p%:*}" "${rest//\*/${p#*:}}"; done ;;
+    *%) for p in $die; do add "${name%?}${p%:*}" "${rest//%/${p#*:}}"; done ;;
+    *) add "$name" "$rest" ;;
+  esac
+done <<<"$table"
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX")
-declare -A simPid=()
-
-cleanup() {
-  for name in "${!simPid[@]}"; do kill -TERM "${simPid[$name]}" 2>/dev/null; done
-  wait 2>/dev/null
-  rm -rf "$work"
+runRow() { # NAME: its scenario in a folder of its own; one line: the outcome and what each device printed
+  local sims args checks action
+  IFS='|' read -r sims args checks action <<<"${row[$1]}"
+  work=$top/${1//\//-} && mkdir -p "$work" && echo nonsense >"$work/bad.alf"
+  [[ $args == *boot.alf* ]] && "$tool" make "$work/boot.alf" 0x08001000 600 0x08030000 100
+  scenario "$(trim "$sims")" "$(trim "$args")" "$(trim "$checks")" "$(trim "$action")" && echo "ok    $1 (${secs}s): $observed" ||
+    fail "$1 (${secs}s): ${problems[*]}; devices: $observed"
 }
-trap cleanup EXIT
-
-fail() {
-  echo "FAIL: $*"
-  for f in "$work"/*.out "$work"/*.err; do
-    [ -s "$f" ] && { echo "--- $f"; tail -n 20 "$f"; }
-  done
-  exit 1
-}
-
-# start_sim NAME [sim options...]: a simulated device whose port is $work/NAME and
-# whose flash is dumped to $work/NAME.dump.
-start_sim() {
-  local name=$1; shift
-  "$sim" --link "$work/$name" --dump "$work/$name.dump" "$@" >"$work/$name.sim.out" 2>"$work/$name.sim.err" &
-  simPid[$name]=$!
-  for _ in $(seq 100); do
-    grep -q '^READY ' "$work/$name.sim.out" 2>/dev/null && return 0
-    sleep 0.05
-  done
-  fail "simulator $name did not start"
-}
-
-# stop_sim NAME: ends it; it writes its flash on the way out.
-stop_sim() {
-  local pid=${simPid[$1]}
-  kill -TERM "$pid" 2>/dev/null
-  wait "$pid" 2>/dev/null
-  unset "simPid[$1]"
-}
-
-# run_cli NAME ARGS...: qmload-cli bounded in time; stdout/stderr in $work/NAME.out/.err, exit code in $rc.
-run_cli() {
-  local name=$1; shift
-  local started=$SECONDS
-  timeout -s INT 120 "$cli" "$@" >"$work/$name.out" 2>"$work/$name.err"
-  rc=$?
-  elapsed=$((SECONDS - started))
-}
-
-# check_dump SIM IMAGE: the device's flash equals, byte for byte, what flashing IMAGE must leave.
-check_dump() {
-  "$tool" expect "$2" "$work/expected.bin" || fail "cannot compute the expected flash of $2"
-  [ -f "$work/$1.dump" ] || fail "simulator $1 wrote no dump"
-  cmp "$work/expected.bin" "$work/$1.dump" || fail "flash of $1 differs from $2"
-  echo "flash of $1 matches $2"
-}
-
-# An image whose segments are all odd sizes: 3 blocks + 17 bytes of program,
-# 1 block + 200 bytes of resources, and the 64-byte header block.
-odd_image() {
-  "$tool" make "$work/odd.alf" 0x08004000 $((3 * 256 + 17)) 0x08030000 $((256 + 200)) "${1:-7}" || fail "make image"
-}
-
-expect_rc() {
-  [ "$rc" -eq "$1" ] || fail "exit code $rc, expected $1"
-}
-
-# expect_json_lines NAME: every line of NAME's stdout is one JSON object, each ended by a line end.
-expect_json_lines() {
-  [ -s "$work/$1.out" ] || fail "$1 printed nothing"
-  [ -z "$(tail -c 1 "$work/$1.out")" ] || fail "the last line of $1 has no line end"
-  python3 -c 'import json, sys
-for n, line in enumerate(open(sys.argv[1], encoding="utf-8"), 1):
-    try: ok = isinstance(json.loads(line), dict)
-    except ValueError: ok = False
-    if not ok: sys.exit("line %d is not a JSON object: %s" % (n, line.rstrip()))' "$work/$1.out" ||
-    fail "a line of $1 is not a JSON object"
-}
-
-expect_text() {
-  grep -qF -- "$2" "$work/$1.out" "$work/$1.err" || fail "\"$2\" not printed"
-}
-
-flash_ok() { # SIM ARGS...: flashes odd.alf into SIM with extra args and checks the result
-  local name=$1; shift
-  odd_image
-  run_cli flash flash --port "$work/$name" "$@" --quiet "$work/odd.alf"
-  expect_rc 0
-  stop_sim "$name"
-  check_dump "$name" "$work/odd.alf"
-}
-
-case "$case_name" in
-identify-*)
-  baud=${case_name#identify-}
-  start_sim dev --baud "$baud" --id 0x01020304-a0b0c0d0-deadbeef
-  run_cli id identify --port "$work/dev" --baud auto --json
-  expect_rc 0
-  grep -qF "\"id\":\"0x01020304-a0b0c0d0-deadbeef\"" "$work/id.out" || fail "identity not reported"
-  grep -qF "\"baud\":$baud" "$work/id.out" || fail "baud $baud not reported"
-  echo "identified at $baud in ${elapsed}s"
-  ;;
-flash)
-  start_sim dev
-  odd_image
-  run_cli flash flash --port "$work/dev" --json "$work/odd.alf"
-  expect_rc 0
-  grep -q '"event":"found"' "$work/flash.out" || fail "no found event"
-  grep -q '"event":"progress"' "$work/flash.out" || fail "no progress event"
-  grep -qE '"event":"done","port":"[^"]*","seconds":[0-9.]+,"bytes":1305' "$work/flash.out" || fail "no done event"
-  stop_sim dev
-  check_dump dev "$work/odd.alf"
-  ;;
-flash-gap)
-  start_sim dev --baud 921600
-  flash_ok dev --baud 921600 --framing gap
-  ;;
-flash-id)
-  start_sim dev --baud 38400 --id 0x00000001-00000002-00000003
-  flash_ok dev --baud 38400 --id 0x00000001-00000002-00000003
-  ;;
-fault-drop)
-  start_sim dev --drop-reply 5
-  flash_ok dev
-  ;;
-fault-drop-every)
-  start_sim dev --drop-every 4
-  flash_ok dev
-  ;;
-fault-corrupt)
-  start_sim dev --corrupt-reply 6
-  flash_ok dev
-  ;;
-fault-corrupt-finish)
-  # Reply 17 answers finish (identify, start, then seven blocks of two requests each):
-  # the device has gone back to its own baud rate and the repeated finish must find it.
-  start_sim dev --corrupt-reply 17
-  flash_ok dev
-  ;;
-fault-late)
-  # The 5th reply (a check-block) comes after its request has timed out and been repeated.
-  start_sim dev --late-reply 5:300
-  flash_ok dev
-  ;;
-fault-garbage)
-  # Garbage and a corrupted reply on one port, a port that cannot be opened beside it:
-  # with --json the device's and the port's messages are events too.
-  start_sim dev --garbage 5:7 --corrupt-reply 4
-  odd_image
-  run_cli garbage flash --port "$work/dev" --port "$work/missing" --json "$work/odd.alf"
-  expect_rc 1
-  expect_json_lines garbage
-  grep -qF '{"event":"log","port":"'"$work"'/missing","text":"Error opening port"}' "$work/garbage.out" ||
-    fail "no log event for the port that cannot be opened"
-  grep -qF '"text":"CRC error!"' "$work/garbage.out" || fail "no log event for the corrupted reply"
-  grep -qF '{"event":"done","port":"'"$work"'/dev"' "$work/garbage.out" || fail "no done event"
-  stop_sim dev
-  check_dump dev "$work/odd.alf"
-  ;;
-silent)
-  start_sim dev --silent-after-writes 2
-  odd_image
-  run_cli silent flash --port "$work/dev" --quiet "$work/odd.alf"
-  expect_rc 1
-  expect_text silent "Device not response"
-  echo "ended after ${elapsed}s"
-  ;;
-protected)
-  start_sim dev
-  "$tool" make "$work/boot.alf" 0x08001000 600 0x08030000 100 || fail "make image"
-  run_cli refused flash --port "$work/dev" --quiet "$work/boot.alf"
-  expect_rc 1
-  expect_text refused "0x08001000"
-  expect_text refused "refused"
-  ;;
-killed)
-  start_sim dev --write-ms 20
-  "$tool" make "$work/big.alf" 0x08004000 $((200 * 256)) 0x08030000 100 || fail "make image"
-  timeout -s INT 120 "$cli" flash --port "$work/dev" --json "$work/big.alf" >"$work/killed.out" 2>"$work/killed.err" &
-  cliPid=$!
-  for _ in $(seq 200); do grep -q '"event":"progress"' "$work/killed.out" && break; sleep 0.05; done
-  kill -KILL "${simPid[dev]}"
-  unset "simPid[dev]"
-  wait "$cliPid"
-  rc=$?
-  expect_rc 1
-  grep -q '"event":"error"' "$work/killed.out" || fail "no error event"
-  grep -q '"event":"done"' "$work/killed.out" && fail "done reported for a lost device"
-  echo "error: $(grep -o '"message":"[^"]*"' "$work/killed.out")"
-  ;;
-four)
-  for i in 1 2 3 4; do start_sim "dev$i" --id "0x0000000$i-00000000-00000000" --baud 115200; done
-  odd_image
-  run_cli four flash --port "$work/dev1" --port "$work/dev2" --port "$work/dev3" --port "$work/dev4" "$work/odd.alf"
-  expect_rc 0
-  [ "$(grep -c ': ok ' "$work/four.out")" -eq 4 ] || fail "not four result lines"
-  for i in 1 2 3 4; do
-    expect_text four "0x0000000$i-00000000-00000000"
-    stop_sim "dev$i"
-    check_dump "dev$i" "$work/odd.alf"
-  done
-  ;;
-interrupt)
-  start_sim dev --write-ms 20
-  "$tool" make "$work/big.alf" 0x08004000 $((200 * 256)) 0x08030000 100 || fail "make image"
-  "$cli" flash --port "$work/dev" --json "$work/big.alf" >"$work/int.out" 2>"$work/int.err" &
-  cliPid=$!
-  for _ in $(seq 200); do grep -q '"event":"progress"' "$work/int.out" && break; sleep 0.05; done
-  kill -INT "$cliPid"
-  started=$SECONDS
-  wait "$cliPid"
-  rc=$?
-  expect_rc 130
-  [ $((SECONDS - started)) -le 5 ] || fail "took too long to stop"
-  ;;
-ports)
-  mkdir -p "$work/simdir"
-  "$sim" --link "$work/simdir/qm-e2e" >"$work/ports.sim.out" 2>&1 &
-  simPid[ports]=$!
-  for _ in $(seq 100); do grep -q '^READY ' "$work/ports.sim.out" && break; sleep 0.05; done
-  QMLOAD_SIM_DIR=$work/simdir run_cli ports ports --json
-  expect_rc 0
-  grep -qF "\"port\":\"$work/simdir/qm-e2e\"" "$work/ports.out" || fail "the simulator's port is not listed"
-  grep -qF "pseudo-terminal /dev/pts/" "$work/ports.out" || fail "the port is not described"
-  QMLOAD_SIM_DIR=$work/simdir run_cli ports-text ports
-  expect_rc 0
-  expect_text ports-text "$work/simdir/qm-e2e"
-  ;;
-exit-codes)
-  start_sim dev --baud 57600 # a rate outside the ladder: nobody answers
-  odd_image
-  run_cli notfound flash --port "$work/dev" --quiet "$work/odd.alf"
-  expect_rc 1
-  expect_text notfound "Devices are not found"
-  run_cli noid identify --port "$work/dev" --baud 115200
-  expect_rc 1
-  expect_text noid "Devices are not found"
-  echo nonsense >"$work/bad.alf"
-  run_cli badimage flash --port "$work/dev" "$work/bad.alf"
-  expect_rc 3
-  expect_text badimage "is not AELF file"
-  run_cli noimage flash --port "$work/dev" --json "$work/missing.alf"
-  expect_rc 3
-  expect_json_lines noimage
-  expect_text noimage "Can't open aelf file"
-  run_cli usage flash --port "$work/dev" --baud 12345 "$work/odd.alf"
-  expect_rc 2
-  run_cli usage2 flash "$work/odd.alf"
-  expect_rc 2
-  run_cli usage3 flash --port "$work/dev" --framing slow "$work/odd.alf"
-  expect_rc 2
-  ;;
-*)
-  fail "unknown case $case_name"
-  ;;
-esac
-echo "PASS: $case_name"
+started=$SECONDS ran=()
+for name in "${names[@]}"; do
+  [[ $name =~ ^$pattern(/|$) ]] || continue
+  (runRow "$name") >"$top/${name//\//-}.txt" 2>&1 & ran+=("$name")
+  [ "$(jobs -rp | wc -l)" -lt "$jobs" ] || wait -n
+done
+wait
+for name in "${ran[@]}"; do
+  grep -q '^ok ' "$top/${name//\//-}.txt" || failed=$((failed + 1))
+  cat "$top/${name//\//-}.txt"
+done
+[ ${#ran[@]} -gt 0 ] || fail "no scenario named $pattern"
+echo "took $((SECONDS - started)) s" && echo "${pattern%%/*}: $((${#ran[@]} - failed)) passed, $failed failed"
+[ "$failed" = 0 ]

@@ -1,0 +1,180 @@
+// The Windows GUI under Wine: the GDI+ renderer's bitmap (on Xvfb), and the window
+// procedure called directly, with a DROPFILES block made here, and the window's position.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/GuiState.h"
+#include "app/win32/GdipRenderer.h"
+#include "app/win32/Win32Gui.h"
+
+namespace {
+
+constexpr Gdiplus::ARGB red = 0xFFFF0000u, green = 0xFF00FF00u, blue = 0xFF0000FFu, yellow = 0xFFFFFF00u,
+                        white = 0xFFFFFFFFu, black = 0xFF000000u;
+constexpr const wchar_t* className = L"RendererTestWindow";
+
+class RendererTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    const WNDCLASSW windowClass{0,       DefWindowProcW, 0,       0,       GetModuleHandleW(nullptr),
+                                nullptr, nullptr,        nullptr, nullptr, className};
+    RegisterClassW(&windowClass);
+    hwnd = CreateWindowExW(0, className, L"renderer test", WS_POPUP | WS_VISIBLE, 0, 0, 200, 100, nullptr, nullptr,
+                           GetModuleHandleW(nullptr), nullptr);
+    ASSERT_NE(hwnd, nullptr) << "no window: these tests need a display (ctest runs them under Xvfb)";
+    ctx = renderer.init(hwnd, 200, 100);
+    font = renderer.fontCreate(L"Arial", 14);
+    ASSERT_NE(font, nullptr);
+    renderer.setFont(font);
+  }
+  void TearDown() override {
+    if (!hwnd) return;
+    GdipRenderer::fontDelete(font);
+    renderer.shutdown();
+    DestroyWindow(hwnd);
+    UnregisterClassW(className, GetModuleHandleW(nullptr));
+  }
+
+  // One frame: the commands on the canvas of a borderless window over the whole area.
+  void frame(const std::function<void(nk_command_buffer*)>& draw, Gdiplus::ARGB clear = black) {
+    nk_input_begin(ctx);
+    nk_input_end(ctx);
+    ctx->style.window.fixed_background = nk_style_item_color(nk_rgba(0, 0, 0, 0));
+    if (nk_begin(ctx, "canvas", nk_rect(0, 0, 200, 100), NK_WINDOW_NO_SCROLLBAR)) draw(nk_window_get_canvas(ctx));
+    nk_end(ctx);
+    renderer.render(clear);
+  }
+
+  HWND hwnd = nullptr;
+  GdipRenderer renderer;
+  nk_context* ctx = nullptr;
+  GdipFont* font = nullptr;
+};
+
+// A drop handle as the shell makes it: DROPFILES, then the names (ANSI or wide), each
+// ended by a NUL, and one more NUL. The procedure's DragFinish frees it.
+template <class Char>
+HDROP makeDrop(const std::vector<std::basic_string<Char>>& names) {
+  std::basic_string<Char> list;
+  for (const auto& name : names) list += name + Char(0);
+  list += Char(0);
+  HGLOBAL memory = GlobalAlloc(GHND, sizeof(DROPFILES) + list.size() * sizeof(Char));
+  auto* header = static_cast<DROPFILES*>(GlobalLock(memory));
+  header->pFiles = sizeof(DROPFILES);
+  header->fWide = sizeof(Char) > 1;
+  std::memcpy(header + 1, list.data(), list.size() * sizeof(Char));
+  GlobalUnlock(memory);
+  return static_cast<HDROP>(memory);
+}
+
+LRESULT drop(HDROP handle) { return windowProc(nullptr, WM_DROPFILES, reinterpret_cast<WPARAM>(handle), 0); }
+
+} // namespace
+
+// One frame of every kind of command; each pixel is inside (or just outside) one shape.
+TEST_F(RendererTest, ShapesLandWhereNuklearPutsThemInTheirColoursClippedByTheScissor) {
+  frame(
+      [](nk_command_buffer* c) {
+        nk_fill_rect(c, nk_rect(10, 10, 20, 20), 0, nk_rgb(255, 0, 0));
+        nk_fill_rect(c, nk_rect(40, 10, 30, 30), 10, nk_rgb(0, 255, 0));
+        nk_fill_circle(c, nk_rect(80, 10, 20, 20), nk_rgb(0, 0, 255));
+        nk_fill_triangle(c, 110, 10, 130, 10, 110, 30, nk_rgb(255, 255, 0));
+        nk_fill_arc(c, 160, 40, 20, 0.0f, 3.14159265f / 2, nk_rgb(255, 255, 255));
+        nk_stroke_line(c, 0, 50, 199, 50, 3, nk_rgb(255, 255, 255));
+        nk_stroke_rect(c, nk_rect(10, 60, 30, 30), 0, 2, nk_rgb(255, 0, 0));
+        float points[] = {60, 60, 90, 60, 90, 90, 60, 90};
+        nk_fill_polygon(c, points, 4, nk_rgb(0, 255, 0));
+        float line[] = {110, 60, 140, 90, 170, 60};
+        nk_stroke_polyline(c, line, 3, 3, nk_rgb(0, 0, 255));
+        nk_push_scissor(c, nk_rect(180, 60, 10, 10));
+        nk_fill_rect(c, nk_rect(175, 55, 20, 20), 0, nk_rgb(255, 255, 0));
+      },
+      0xFF1E1E1Eu);
+  // Each shape in order, and (false) a corner cut, a box, a half, the arc's other quarters,
+  // the hollow, between the polyline's points, outside the scissor.
+  const struct {
+    int x, y;
+    Gdiplus::ARGB colour;
+    bool is;
+  } pixels[] = {
+      {5, 5, 0xFF1E1E1Eu, true}, {199, 99, 0xFF1E1E1Eu, true}, {20, 20, red, true},     {55, 25, green, true},
+      {40, 10, green, false},    {90, 20, blue, true},         {81, 11, blue, false},   {114, 14, yellow, true},
+      {128, 28, yellow, false},  {168, 48, white, true},       {152, 32, white, false}, {168, 32, white, false},
+      {100, 50, white, true},    {10, 75, red, true},          {25, 75, red, false},    {75, 75, green, true},
+      {140, 89, blue, true},     {140, 65, blue, false},       {185, 65, yellow, true}, {192, 72, yellow, false}};
+  for (const auto& p : pixels) EXPECT_EQ(renderer.pixel(p.x, p.y) == p.colour, p.is) << "at " << p.x << "," << p.y;
+}
+
+// A missing family gives another installed one, never a font without glyphs.
+class RendererFontTest : public RendererTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(RendererFontTest, TextIsDrawnAndMeasuredInTheFont) {
+  const std::string asked = GetParam();
+  GdipFont* used = renderer.fontCreate(std::wstring(asked.begin(), asked.end()).c_str(), 14);
+  ASSERT_TRUE(used != nullptr && used->font != nullptr);
+  if (asked == "Arial")
+    EXPECT_EQ(used->family, asked) << "the test prefix maps Arial to Liberation Sans";
+  else
+    EXPECT_TRUE(!used->family.empty() && used->family != asked) << used->family;
+  EXPECT_FLOAT_EQ(used->nk.height, 14.0f);
+  const float open = used->nk.width(used->nk.userdata, used->nk.height, "Open", 4);
+  const float twice = used->nk.width(used->nk.userdata, used->nk.height, "OpenOpen", 8);
+  EXPECT_TRUE(open > 20.0f && open < 40.0f) << open;
+  EXPECT_NEAR(twice, 2 * open, 2.0f);
+  frame([used](nk_command_buffer* c) {
+    nk_draw_text(c, nk_rect(10, 10, 100, 20), "Open", 4, &used->nk, nk_rgb(0, 0, 0), nk_rgb(255, 255, 255));
+  });
+  int lit = 0;
+  for (int y = 10; y < 30; ++y)
+    for (int x = 10; x < 10 + static_cast<int>(open); ++x)
+      if ((renderer.pixel(x, y) & 0xFFu) > 128) ++lit;
+  EXPECT_GT(lit, 20) << "white glyph pixels";
+  for (int y = 10; y < 30; ++y) EXPECT_EQ(renderer.pixel(10 + static_cast<int>(open) + 6, y) & 0xFFFFFFu, 0u);
+  GdipRenderer::fontDelete(used);
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, RendererFontTest, ::testing::Values("Arial", "No Such Family 7f3a"));
+
+TEST(DropFiles, TheLastDroppedFileReplacesTheProgramPathAndTheHandleIsReleased) {
+  setProgramPath("./from/the/command/line.alf");
+  HDROP handle = makeDrop<char>({"C:\\fw\\first.alf", "C:\\fw\\second.alf", "D:\\images\\third one.alf"});
+  EXPECT_EQ(drop(handle), 0);
+  EXPECT_EQ(programPath, "D:\\images\\third one.alf");
+  EXPECT_EQ(GlobalFlags(handle), static_cast<UINT>(GMEM_INVALID_HANDLE));
+  drop(makeDrop<wchar_t>({L"C:\\a.alf", L"C:\\dir\\b.alf"}));
+  EXPECT_EQ(programPath, "C:\\dir\\b.alf") << "wide names from the shell arrive as ANSI";
+  const std::string longName = "C:\\" + std::string(400, 'x') + ".alf";
+  drop(makeDrop<char>({longName}));
+  EXPECT_EQ(programPath, longName.substr(0, 259)) << "cut to the buffer: 260 characters with the NUL";
+}
+
+TEST(WindowProc, WakeUpDoesNothingAndDestroyPostsQuitWithExitCodeZero) {
+  setProgramPath("C:\\same.alf");
+  EXPECT_EQ(windowProc(nullptr, WM_USER, 0, 0), 0);
+  EXPECT_EQ(programPath, "C:\\same.alf");
+  EXPECT_EQ(windowProc(nullptr, WM_DESTROY, 0, 0), 0);
+  MSG msg;
+  ASSERT_TRUE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
+  EXPECT_EQ(msg.message, static_cast<UINT>(WM_QUIT));
+  EXPECT_EQ(msg.wParam, 0u);
+}
+
+TEST(WindowPosition, SitsHalfTheWidthLeftAndTheFullHeightAboveTheCentre) {
+  const struct {
+    int width, height;
+    LONG x, y;
+  } cases[] = {{1920, 1080, 820, 380}, {1366, 768, 543, 224}, {1023, 767, 371, 223} /* the halves truncate */};
+  for (const auto& c : cases) {
+    const POINT p = windowPosition(c.width, c.height);
+    EXPECT_EQ(p.x, c.x) << c.width;
+    EXPECT_EQ(p.y, c.y) << c.height;
+  }
+}
