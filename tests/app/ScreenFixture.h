@@ -16,7 +16,7 @@
 namespace fs = std::filesystem;
 using namespace StartScreenSpace;
 
-struct Drawn { // a text, or a filled rectangle (empty text)
+struct Drawn { // a text in its colour, or a filled rectangle (empty text)
   std::string text;
   int x, y, w, h;
   nk_color color;
@@ -66,7 +66,8 @@ protected:
     nk_foreach(c, &ctx) {
       const auto* t = reinterpret_cast<const nk_command_text*>(c);
       const auto* r = reinterpret_cast<const nk_command_rect_filled*>(c);
-      if (c->type == NK_COMMAND_TEXT) drawn.push_back({std::string(t->string, t->length), t->x, t->y, t->w, t->h, {}});
+      if (c->type == NK_COMMAND_TEXT)
+        drawn.push_back({std::string(t->string, t->length), t->x, t->y, t->w, t->h, t->foreground});
       if (c->type == NK_COMMAND_RECT_FILLED) drawn.push_back({"", r->x, r->y, r->w, r->h, r->color});
     }
     nk_clear(&ctx);

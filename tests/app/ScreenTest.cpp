@@ -7,6 +7,8 @@ TEST_F(ScreenTest, StartScreenRowsRefreshAndThePortTable) {
   for (const char* text : {"Port", "COM1", "Refresh", "Open", "parse map1", "build aelf"})
     EXPECT_TRUE(shows(text)) << text;
   EXPECT_TRUE(find("Port")->y < find("Open")->y && find("Open")->y < find("build aelf")->y);
+  const nk_color text = find("Port")->color; // the documented text colour and background
+  EXPECT_TRUE(text.r == 190 && text.g == 190 && text.b == 190 && text.a == 255 && guiClearColor == 0xFF1E1E1Eu);
   testPorts.clear();
   click("Refresh");
   EXPECT_TRUE(shows("NO PORTS") && !shows("Open") && shows("Refresh") && shows("parse map1")) << dump();

@@ -44,7 +44,8 @@ TEST(AelfReader, SegmentsLieContiguousInTheAreaWhateverTheirAddresses) {
   const uint32_t expected[3][3] = {{0x08036000, 1000, 64}, {0x08004000, 300, 1064}, {0x0803FE00, 64, 0}};
   for (int i = 0; i < 3; ++i) {
     const AelfSegment& s = image.segments[i];
-    EXPECT_TRUE(s.address == expected[i][0] && s.size == expected[i][1] && s.data == aelfImageArea() + expected[i][2]);
+    EXPECT_TRUE(s.address == expected[i][0] && s.size == expected[i][1] && s.data == aelfImageArea() + expected[i][2])
+        << i;
   }
   EXPECT_EQ(area(1364), header(0x08036000, 1000, 0x08004000, 300) + program + res);
   writeFile(path, "AELF" + header(0x08008000, 4, 0, 0) + "abcd"); // a second read replaces the first
