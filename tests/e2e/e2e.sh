@@ -133,6 +133,7 @@ runRow() { # NAME: its scenario in a folder of its own; one line: the outcome an
 started=$SECONDS ran=()
 for name in "${names[@]}"; do
   [[ $name =~ ^$pattern(/|$) ]] || continue
+  [ -z "$wrap" ] || [ ${#coms[@]} -gt 0 ] || [[ ${row[$name]} =~ ^\ *(ser2net|pyserial) ]] || mapCom COM20 # a local device
   (runRow "$name") >"$top/${name//\//-}.txt" 2>&1 & ran+=("$name")
   [ "$(jobs -rp | wc -l)" -lt "$jobs" ] || wait -n
 done

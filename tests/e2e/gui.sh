@@ -22,6 +22,7 @@ if [[ $exe == *.exe || $case_name == run ]]; then
   trap 'kill ${appPid:-} 2>/dev/null; for c in "${coms[@]}"; do "$root/scripts/wine-map-com.sh" --remove "$c"; done >/dev/null 2>&1
     coms=() && "$root/scripts/wine-stop.sh" && cleanup && env -u DISPLAY "$wineRun" --warm-up >/dev/null 2>&1' EXIT
   "$root/scripts/wine-stop.sh" && "$wineRun" --warm-up >"$work/wine.log" 2>&1 || missing_prereq "a working Wine prefix"
+  [ "$case_name" != flash ] || mapCom COM7
 fi
 
 startApp() { # [ARGS]: the GUI started two folders below the work folder (its default paths stay inside)
@@ -61,7 +62,7 @@ windowChecks() { # the window of qmload.exe as it starts, and no CPU used while 
 openAndFlush() { # IMAGE [SIMULATOR OPTIONS]: until the bar fills; at most three discoveries
   local try
   for try in 1 2 3; do
-    startSim dev0 $simBaud "${@:2}" && { [ -z "$wrap" ] || mapCom dev0 COM7; }
+    startSim dev0 $simBaud "${@:2}" && { [ -z "$wrap" ] || linkCom dev0 COM7; }
     startApp "$1" && shot 1-start && { [ -z "$wrap" ] || windowChecks; }
     openDevice && click 140 77
     waitFor 15 pixelIs 30 40 "$red" && shot 4-flashing && return 0

@@ -28,12 +28,10 @@ startSim() {
   waitFor 10 grep -qs '^READY' "$work/$1.log" || fail "simulator $1 did not start"
 }
 stopSim() { kill -TERM "${simPid[$1]}" 2>/dev/null && wait "${simPid[$1]}" 2>/dev/null; }
-# mapCom NAME COMn: the device as a COM port of Wine through a fixed link (mapping restarts the
-# wineserver: once), at a standard speed (Wine cannot report the simulator's free number).
-mapCom() {
-  stty -F "$work/$1" 115200 && ln -sfn "$(readlink "$work/$1")" "${top:-$work}/$2" || fail "no pty for $2"
-  [[ " ${coms[*]} " == *" $2 "* ]] || { "$root/scripts/wine-map-com.sh" "$2" "${top:-$work}/$2" >/dev/null && coms+=("$2"); }
-}
+# mapCom COMn: Wine's COMn is the link $top/COMn (mapping restarts the wineserver: once).
+mapCom() { "$root/scripts/wine-map-com.sh" "$1" "${top:-$work}/$1" >/dev/null && coms+=("$1") || fail "cannot map $1"; }
+# linkCom NAME COMn: the device behind COMn, at a standard speed (not the simulator's free number).
+linkCom() { stty -F "$work/$1" 115200 && ln -sfn "$(readlink "$work/$1")" "${top:-$work}/$2" || fail "no pty for $2"; }
 # makeImage [SIZE]: odd sizes (4+2 blocks, partial, and the header), random bytes with 0xFF.
 makeImage() { ${wrap:-} "$tool" make "$work/image.alf" 0x08004000 "${1:-785}" 0x08030000 456 7 || fail "make image"; }
 # flashIs NAME: the device's flash is, byte for byte, what flashing the image must leave.
@@ -78,7 +76,7 @@ scenario() {
     kind=${devs[i]%% *} && port[i]=$work/dev$i
     case $kind in
       ser2net | pyserial) startSim "dev$i" --baud 115200 ${devs[i]#"$kind"} && serve "$kind" "dev$i" ;;
-      *) startSim "dev$i" ${devs[i]} && [ -n "${wrap:-}" ] && mapCom "dev$i" "COM2$i" && port[i]=COM2$i ;;
+      *) startSim "dev$i" ${devs[i]} && [ -n "${wrap:-}" ] && linkCom "dev$i" "COM2$i" && port[i]=COM2$i ;;
     esac
   done
   [[ $args == *@img* ]] && makeImage
