@@ -10,8 +10,8 @@ rm -rf "$work" && mkdir -p "$work"
 start() {
   "$sim" --link "$@" >"$work/out" 2>"$work/err" &
   pid=$!
-  for _ in $(seq 100); do [ -s "$work/out" ] && break; sleep 0.05; done
-  [ "$(cat "$work/out")" = "READY $1" ] || fail "no READY for $1: $(cat "$work/out" "$work/err")"
+  for _ in $(seq 100); do [ "$(cat "$work/out")" = "READY $1" ] && return; sleep 0.05; done
+  fail "no READY for $1: $(cat "$work/out" "$work/err")"
 }
 stop() { kill -TERM "$pid" && wait "$pid" || fail "exit $? on SIGTERM"; pid=; }
 
