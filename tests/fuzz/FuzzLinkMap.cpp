@@ -1,55 +1,54 @@
-// The link-map reader on arbitrary text. Besides memory errors it checks what must
-// hold for any map: every address taken begins with "0x" and is widened to at
-// least 9 characters, and a map reads the same with LF and with CRLF line ends.
+// The link-map readers, both on every input. The link-map reader on the whole input
+// (and again with CRLF line ends); the linker-script rewriter on the input split at
+// NUL bytes into a function list, a map and a template.
 #include "linkmap/LinkMap.h"
+#include "linkmap/ReadLines.h"
+#include "linkmap/Rewriter.h"
 #include "tests/fuzz/FuzzSupport.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <sstream>
-#include <string>
+namespace {
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  fuzzQuietStdout();
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
-
+LinkMap readMap(const std::string& text) {
   LinkMap table;
   std::istringstream in(text);
   readLinkMap(in, table);
-  for (const auto& [name, address] : table) {
-    if (address.size() < 9 || address.compare(0, 2, "0x") != 0) {
-      std::fprintf(stderr, "bad address text '%s' for '%s'\n", address.c_str(), name.c_str());
-      std::abort();
-    }
-    if (name.find('\n') != std::string::npos) std::abort();
-  }
+  for (const auto& [name, address] : table)
+    fuzzCheck(address.size() >= 9 && address.compare(0, 2, "0x") == 0 && name.find('\n') == std::string::npos,
+              "bad name or address in the table");
+  return table;
+}
 
-  // The same map with CRLF line ends gives the same table. Only meaningful when
-  // the text has no carriage returns of its own.
-  if (text.find('\r') == std::string::npos) {
-    std::string crlf;
-    for (char c : text) {
-      if (c == '\n') crlf += '\r';
-      crlf += c;
-    }
-    LinkMap other;
-    std::istringstream in2(crlf);
-    readLinkMap(in2, other);
-    if (other != table) {
-      std::fprintf(stderr, "CRLF map reads differently\n");
-      std::abort();
-    }
-  }
+void rewrite(const std::vector<std::string>& parts) {
+  const std::string list = fuzzPut("funcList.txt", parts[0]), script = fuzzPut("target.ld", parts[2]);
+  const std::string out = fuzzPath("target_out.ld");
+  std::remove(out.c_str());
+  const RewriteResult result = rewriteLinkerScript(list, fuzzPut("out.map", parts[1]), script, out);
+  fuzzCheck(!std::filesystem::exists(out + ".part"), "temporary file left behind");
+  fuzzCheck(result != RewriteResult::NotWritten && std::filesystem::exists(out),
+            "inputs exist, yet nothing was written");
+  const auto entries = readLines(list), templ = readLines(script), written = readLines(out);
+  fuzzCheck(written.size() >= templ.size(), "output shorter than the template");
+  const std::size_t inserted = written.size() - templ.size();
+  fuzzCheck(inserted <= entries.size() && (templ.size() >= 11 || inserted == 0), "assignments where none belong");
+  fuzzCheck(result != RewriteResult::Written || templ.size() < 11 || inserted == entries.size(),
+            "all found, yet not one line per entry");
+  auto trimCr = [](std::string s) { return s.erase(s.find_last_not_of('\r') + 1); };
+  for (std::size_t i = 0; i < templ.size(); ++i)
+    fuzzCheck(trimCr(written[i < 11 ? i : i + inserted]) == trimCr(templ[i]), "template line not copied in place");
+  for (std::size_t i = 11; i < 11 + inserted; ++i)
+    fuzzCheck(written[i].size() >= 4 && written[i].back() == ';' && written[i].find(" = ") != std::string::npos,
+              "assignment line malformed");
+}
 
-  // The address helper alone, on the first line.
-  const std::string first = text.substr(0, text.find('\n'));
-  if (first.find("0x") != std::string::npos) {
-    const std::string address = linkMapAddress(first);
-    if (address.size() < 9 || address.compare(0, 2, "0x") != 0) std::abort();
-  }
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  const LinkMap table = readMap(text);
+  std::string crlf;
+  for (char c : text) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  // Only a text without carriage returns of its own must read the same.
+  if (text.find('\r') == std::string::npos) fuzzCheck(readMap(crlf) == table, "CRLF map reads differently");
+  rewrite(fuzzSplit(data, size, 3));
   return 0;
 }

@@ -1,22 +1,69 @@
 #pragma once
-// Helpers shared by the fuzz targets: a private scratch folder for the files a
-// target must hand to a path-taking reader, and a quiet standard output (the
-// readers print their diagnostics there, which would only slow the fuzzer down).
-#include <cstddef>
-#include <cstdint>
+// Included once by each fuzz target: a check that aborts with its reason (libFuzzer
+// then keeps the input), scratch files for the readers that take paths, and, built
+// with QMLOAD_FUZZ_REPLAY, a main that replays the corpus without libFuzzer.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
-// The scratch folder of this process, created on first use.
-const std::string& fuzzScratchDir();
-// Writes bytes to <scratch>/<name> and returns the full path.
-std::string fuzzWriteFile(const std::string& name, const uint8_t* data, std::size_t size);
-// Reads a whole file; empty when it cannot be opened.
-std::vector<uint8_t> fuzzReadFile(const std::string& path);
-bool fuzzFileExists(const std::string& path);
-// Sends standard output to /dev/null (standard error, where libFuzzer reports, stays).
-void fuzzQuietStdout();
+inline void fuzzCheck(bool ok, const char* what) {
+  if (ok) return;
+  std::fprintf(stderr, "fuzz invariant broken: %s\n", what);
+  std::abort();
+}
 
-// Splits the input at a one-byte separator into at most `parts` pieces; missing
-// pieces are empty. Lets one input carry several files.
-std::vector<std::string> fuzzSplit(const uint8_t* data, std::size_t size, char separator, std::size_t parts);
+// <this process's scratch folder>/<name>; the folder goes at exit.
+inline std::string fuzzPath(const std::string& name) {
+  static char dir[] = "/tmp/qmload-fuzz-XXXXXX";
+  static const bool made = mkdtemp(dir) && !std::atexit([] { std::filesystem::remove_all(dir); });
+  fuzzCheck(made, "cannot make a scratch folder");
+  return std::string(dir) + "/" + name;
+}
+
+inline std::string fuzzPut(const std::string& name, const std::string& bytes) {
+  return std::ofstream(fuzzPath(name), std::ios::binary) << bytes, fuzzPath(name);
+}
+
+inline std::string fuzzRead(const std::string& path) {
+  std::ostringstream out;
+  if (std::ifstream in{path, std::ios::binary}) out << in.rdbuf();
+  return out.str();
+}
+
+// The input split at NUL bytes into `parts` files; the last keeps any further NULs.
+inline std::vector<std::string> fuzzSplit(const uint8_t* data, std::size_t size, std::size_t parts) {
+  std::vector<std::string> out(parts);
+  for (std::size_t i = 0, index = 0; i < size; ++i) {
+    if (data[i] == 0 && index + 1 < parts)
+      ++index;
+    else
+      out[index] += char(data[i]);
+  }
+  return out;
+}
+
+// The readers print their diagnostics on standard output, which only slows the
+// fuzzer down; libFuzzer reports on standard error.
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return std::freopen("/dev/null", "w", stdout) == nullptr; }
+
+#ifdef QMLOAD_FUZZ_REPLAY
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
+
+int main(int, char** argv) {
+  LLVMFuzzerInitialize(nullptr, nullptr);
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    std::fprintf(stderr, "input %s\n", entry.path().c_str());
+    // A copy of exactly the input's size, so that reads past its end are caught.
+    const std::string bytes = fuzzRead(entry.path());
+    const std::vector<uint8_t> data(bytes.begin(), bytes.end());
+    LLVMFuzzerTestOneInput(data.data(), data.size());
+    ++count;
+  }
+  return count > 0 ? 0 : 1; // an empty or missing corpus fails
+}
+#endif
