@@ -23,9 +23,6 @@ public:
     tcsetattr(slave_, TCSANOW, &t);
   }
   ~PtyPair() { hangUp(); }
-  PtyPair(const PtyPair&) = delete;
-  PtyPair& operator=(const PtyPair&) = delete;
-
   bool ok() const { return master_ >= 0; }
   // Closes both our ends: the line hangs up and its node goes, like a pulled adapter.
   void hangUp() {
@@ -33,7 +30,6 @@ public:
     master_ = slave_ = -1;
   }
   const std::string& slavePath() const { return path_; }
-  int master() const { return master_; }
   std::uint32_t hostBaud() const {
     termios t{};
     tcgetattr(slave_, &t);

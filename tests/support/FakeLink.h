@@ -12,8 +12,7 @@ struct SentRequest {
   std::uint8_t command;
   std::uint32_t address;
   bool hasData;
-  std::uint32_t length;
-  std::uint32_t timeout;
+  std::uint32_t length, timeout;
   std::vector<std::uint8_t> data; // the bytes sent, when hasData
 };
 
@@ -37,24 +36,17 @@ public:
 
   // Ends the outstanding request with a reply carrying these id words.
   void answer(std::uint32_t w0, std::uint32_t w1 = 0, std::uint32_t w2 = 0) {
-    words[0] = w0;
-    words[1] = w1;
-    words[2] = w2;
-    busy = false;
-    failed = false;
+    words[0] = w0, words[1] = w1, words[2] = w2;
+    busy = failed = false;
   }
   // Ends the outstanding request without a reply (time-out).
-  void fail() {
-    busy = false;
-    failed = true;
-  }
+  void fail() { busy = false, failed = true; }
   const SentRequest& last() const { return requests.back(); }
 
   std::string portName;
   std::vector<SentRequest> requests;
   std::vector<int> reopens;
-  bool busy = false;
-  bool failed = false;
+  bool busy = false, failed = false;
   bool writeFails = false; // every request from now on cannot be written
   bool lost = false;       // the line reports itself lost
   std::uint32_t words[3] = {0, 0, 0};
