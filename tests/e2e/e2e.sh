@@ -65,7 +65,7 @@ faults/drop-*                      | --drop-reply *               | $f1 $fast @i
 faults/corrupt-*                   | --corrupt-reply *            | $f1 $fast @img                    | ok
 faults/garbage-*                   | --garbage 7:*                | $f1 $fast @img                    | ok
 faults/late300-*                   | --late-reply *:300           | $f1 $fast @img                    | ok
-faults/late300-discovery           | --late-reply 1:300           | $f1 $fast @img                    | '@0: $nf'
+faults/late300-discovery           | --late-reply 1:300           | $f1 $fast @img                    | ok
 faults/late1500-middle-write       | --late-reply 10:1500         | $f1 $fast @img                    | ok
 faults/late1500-header-write       | --late-reply 16:1500         | $f1 $fast @img                    | ok
 faults/late150-middle-check        | --late-reply 9:150           | $f1 $fast @img                    | ok
