@@ -1,5 +1,6 @@
 // Start-up, the frame loop's rules and the one-button-change-per-frame queue.
 #include <deque>
+#include <tuple>
 
 #include "ScreenFixture.h"
 #include "app/AppMain.h"
@@ -19,11 +20,9 @@ TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPath) {
   }
 }
 
-namespace {
-
-// Records the loop's calls as letters: B begin input, W wait, P a message taken, Q
-// the quit message taken, E end input, D draw. Before the k-th wait, arrivals[k]
-// messages join the queue; the wait returns waits[k] (0, the window closed, when none is left).
+// The loop's calls as letters: B begin input, W wait, P/Q a message/the quit message taken,
+// E end input, D draw. Before the k-th wait arrivals[k] messages join the queue; the wait
+// returns waits[k] (0, the window closed, when none is left).
 struct Pump : FramePump {
   std::string log;
   std::deque<int> waits, arrivals;
@@ -33,40 +32,30 @@ struct Pump : FramePump {
     log += 'W';
     if (!arrivals.empty()) queued += arrivals.front(), arrivals.pop_front();
     const int result = waits.empty() ? 0 : waits.front();
-    if (!waits.empty()) waits.pop_front();
-    return result;
+    return waits.empty() ? 0 : (waits.pop_front(), result);
   }
   bool peekMessage(bool& quit) override {
     if (queued == 0) return false;
-    --queued;
-    quit = taken++ == quitAt;
-    log += quit ? 'Q' : 'P';
+    --queued, quit = taken++ == quitAt, log += quit ? 'Q' : 'P';
     return true;
   }
   void endInput() override { log += 'E'; }
   void drawFrame() override { log += 'D'; }
 };
 
-} // namespace
-
 TEST(FrameLoop, FirstFrameAtOnceAFrameAfterInputWithoutWaitingThenBlocking) {
-  const struct {
-    int queued;
-    std::deque<int> waits, arrivals;
-    int quitAt;
-    const char* log;
-  } cases[] = {
+  const std::tuple<int, std::deque<int>, std::deque<int>, int, const char*> rows[] = {
       {0, {}, {}, -1, "BED BWED"},                          // the wait ends with WM_QUIT
       {2, {1}, {}, -1, "BPPED BED BWED BED BWED"},          // input handled: one more frame at once
       {0, {1, 1, 0}, {}, -1, "BED BWED BED BWED BED BWED"}, // wake-ups draw two frames
       {0, {1}, {3}, 1, "BED BWPQPED"},                      // quit found while draining: ends after that frame
       {0, {-1}, {}, -1, "BED BWED"},                        // a failed wait: one more frame
   };
-  for (const auto& c : cases) {
+  for (const auto& [queued, waits, arrivals, quitAt, log] : rows) {
     Pump pump;
-    pump.queued = c.queued, pump.waits = c.waits, pump.arrivals = c.arrivals, pump.quitAt = c.quitAt;
+    pump.queued = queued, pump.waits = waits, pump.arrivals = arrivals, pump.quitAt = quitAt;
     runFrameLoop(pump);
-    EXPECT_EQ(pump.log, c.log);
+    EXPECT_EQ(pump.log, log);
   }
 }
 

@@ -1,7 +1,6 @@
 #pragma once
-// The screen drawn into a Nuklear context without a window (a fixed-width test font,
-// 8 pixels a character), the GUI state reset around each test, the session and the
-// port list replaced by doubles, and the test run in root/a/b so that "./../../" is root.
+// The screen drawn into a windowless Nuklear context (test font: 8 pixels a character), the GUI
+// state reset, session and port list doubled, the test run in root/a/b ("./../../" is root).
 #include <memory>
 
 #include "app/Application.h"
@@ -77,8 +76,7 @@ protected:
     const Drawn* t = find(text, occurrence);
     ASSERT_NE(t, nullptr) << text << " is not on screen: " << dump();
     const Drawn at = *t;
-    frame(&at, true);
-    frame(&at, false);
+    frame(&at, true), frame(&at, false);
   }
   const Drawn* find(const std::string& text, int occurrence = 0) const {
     for (const Drawn& d : drawn)
@@ -97,14 +95,10 @@ protected:
       if (link().busy) link().fail();
     ASSERT_TRUE(shows("Devices are not found")) << dump();
   }
-  void openAndDiscover(std::uint32_t id0 = 0x00c0ffee, std::uint32_t id1 = 0x12345678, std::uint32_t id2 = 0x9abcdef0) {
-    frame();
-    click("Open");
+  void openAndDiscover() {
+    frame(), click("Open");
     ASSERT_EQ(mode(), WaitDevices);
-    link().answer(id0, id1, id2);
-    startCapture();
-    frame();
-    endCapture();
+    link().answer(0x00c0ffee, 0x12345678, 0x9abcdef0), startCapture(), frame(), endCapture();
     ASSERT_EQ(mode(), DeviceReady);
   }
   FakeLink& link() { return *lastLink; }

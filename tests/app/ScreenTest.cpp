@@ -9,8 +9,7 @@ TEST_F(ScreenTest, StartScreenRowsRefreshAndThePortTable) {
   EXPECT_TRUE(find("Port")->y < find("Open")->y && find("Open")->y < find("build aelf")->y);
   const nk_color text = find("Port")->color; // the documented text colour and background
   EXPECT_TRUE(text.r == 190 && text.g == 190 && text.b == 190 && text.a == 255 && guiClearColor == 0xFF1E1E1Eu);
-  testPorts.clear();
-  click("Refresh");
+  testPorts.clear(), click("Refresh");
   EXPECT_TRUE(shows("NO PORTS") && !shows("Open") && shows("Refresh") && shows("parse map1")) << dump();
   selectedPort = 1; // kept inside a shorter list
   testPorts = {"/dev/ttyS0", "/dev/ttyUSB0", "/tmp/qmload-sim/dev0", "COM12"};
@@ -18,22 +17,18 @@ TEST_F(ScreenTest, StartScreenRowsRefreshAndThePortTable) {
   EXPECT_TRUE(shows("ttyUS") && shows("Open")) << dump(); // the test font is wider than the real one
   const char* shown[] = {"ttyS0", "ttyUSB0", "dev0", "COM12"};
   for (int i = 0; i < 4; ++i) EXPECT_STREQ(portItems[i], shown[i]);
-  testPorts = {"COM9"};
-  refreshPortList();
+  testPorts = {"COM9"}, refreshPortList();
   EXPECT_TRUE(selectedPort == 0 && portItems[1] == nullptr);
   for (int i = 0; i < 60; ++i) testPorts.push_back("T" + std::to_string(i));
-  selectedPort = 55;
-  refreshPortList();
+  selectedPort = 55, refreshPortList();
   EXPECT_TRUE(portNames.size() == 50 && selectedPort == 49);
-  setProgramPath("/tmp/dropped.alf"); // what a dropped file does: the row goes from the next frame on
-  frame();
+  setProgramPath("/tmp/dropped.alf"), frame(); // what a dropped file does: the row goes from the next frame on
   EXPECT_TRUE(!shows("parse map1") && !shows("build aelf") && shows("T48")) << dump();
 }
 
 TEST_F(ScreenTest, OpenSpinsThenWalksTheBaudLadderToNotFoundWhileDiscoveryGoesOnBehindThePopup) {
   selectedPort = 1;
-  frame();
-  click("Open"); // the release frame is the first frame of the flash screen
+  frame(), click("Open"); // the release frame is the first frame of the flash screen
   EXPECT_EQ(link().portName, "COM7");
   const SentRequest& r = link().last();
   EXPECT_TRUE(r.command == 0 && (r.id0 | r.id1 | r.id2 | r.address | r.length) == 0 && !r.hasData && r.timeout == 1);
@@ -54,8 +49,7 @@ TEST_F(ScreenTest, OpenSpinsThenWalksTheBaudLadderToNotFoundWhileDiscoveryGoesOn
     for (const SentRequest& r : link().requests) EXPECT_TRUE(r.command == 0 && r.timeout == 1);
     click(closer);
     EXPECT_TRUE(mode() == PortSelect && !flushState.notFoundPopup && app.session);
-    frame();
-    click("Open"); // the start screen takes input again; the old session goes first
+    frame(), click("Open"); // the start screen takes input again; the old session goes first
     EXPECT_TRUE(mode() == WaitDevices && app.session.get() == lastLink);
     EXPECT_EQ(FakeLink::destroyedAtLastCreate, second ? 2 : 1);
   }
@@ -66,20 +60,15 @@ TEST_F(ScreenTest, OpenSpinsThenWalksTheBaudLadderToNotFoundWhileDiscoveryGoesOn
   EXPECT_TRUE(flushState.notFoundPopup && !shows("Devices are not found")); // the flag left set on purpose
   click("Close");
   EXPECT_EQ(mode(), PortSelect) << "the buttons of the device screen must still work";
-  frame();
-  click("Open");
-  frame();
+  frame(), click("Open"), frame();
   EXPECT_TRUE(shows("Devices are not found")) << dump(); // shown again as soon as the screen waits
 }
 
 TEST_F(ScreenTest, AnsweredDiscoveriesShowTheDeviceAndPrintTheFirstIdentity) {
   for (const std::uint32_t id0 : {0x00c0ffeeu, 0u}) {
     if (id0 == 0) setProgramPath("/tmp/a.alf");
-    frame();
-    click("Open");
-    link().answer(id0, id0 ? 0x12345678 : 1, id0 ? 0x9abcdef0 : 0xabc);
-    startCapture();
-    frame();
+    frame(), click("Open");
+    link().answer(id0, id0 ? 0x12345678 : 1, id0 ? 0x9abcdef0 : 0xabc), startCapture(), frame();
     EXPECT_EQ(endCapture(), "0x00c0ffee-12345678-9abcdef0\n"); // the first device ever found, both times
     EXPECT_EQ(deviceIds.back(), id0 ? "0x00c0ffee-12345678-9abcdef0" : "0x00000000-00000001-00000abc");
     EXPECT_EQ(flushState.deviceItems[0], deviceIds.back());
@@ -121,8 +110,7 @@ protected:
     writeFile("image.alf", bytes);
     setProgramPath("image.alf");
     openAndDiscover();
-    frame();
-    click("Flush");
+    frame(), click("Flush");
     ASSERT_EQ(mode(), Flushing);
   }
 };
@@ -158,8 +146,7 @@ TEST_F(FlushTest, WritesEverySegmentBlockByBlockThenFinishes) {
 TEST_F(FlushTest, RefusedBlocksAddProgressAndTheSeventhFailureRaisesDeviceNotResponseWhileRetriesGoOn) {
   for (const bool closeIt : {true, false}) {
     ASSERT_NO_FATAL_FAILURE(startFlush(300, 0)); // two program blocks and the header block
-    link().answer(0);                            // Start
-    frame();
+    link().answer(0), frame();                   // Start
     const std::size_t sent = link().requests.size();
     link().answer(0); // the block is refused: progress grows every frame, nothing is sent
     const std::uint32_t before = flushState.progress;
@@ -169,8 +156,7 @@ TEST_F(FlushTest, RefusedBlocksAddProgressAndTheSeventhFailureRaisesDeviceNotRes
     for (int i = 0; i < 6; ++i, frame()) link().fail(); // the request and five repetitions
     EXPECT_EQ(link().requests.size(), sent + 6);
     EXPECT_TRUE(progressFill(drawn) >= 0 && !flushState.flushErrorPopup);
-    link().fail(); // the seventh failure: the pop-up, and no progress bar in that frame
-    frame();
+    link().fail(), frame(); // the seventh failure: the pop-up, and no progress bar in that frame
     EXPECT_TRUE(progressFill(drawn) == -1 && flushState.flushErrorPopup && flushState.retries == 1);
     frame();
     EXPECT_TRUE(shows("Device not response") && shows("Flush error!")) << dump();
@@ -192,15 +178,12 @@ TEST_F(ScreenTest, ToolchainRowAndFlushWorkOnTheFilesTwoFoldersUp) {
     openAndDiscover();
     frame();
     const std::size_t sent = link().requests.size();
-    startCapture();
-    click("Flush");
+    startCapture(), click("Flush");
     EXPECT_EQ(endCapture(), "Can't open aelf file '" + std::string(*path ? path : "./../../prog.alf") + "'\n");
     EXPECT_TRUE(mode() == DeviceReady && link().requests.size() == sent); // nothing else happens
     click("Close");
   }
-  frame();
-  startCapture();
-  click("build aelf"); // no inputs: only the console talks
+  frame(), startCapture(), click("build aelf"); // no inputs: only the console talks
   EXPECT_NE(endCapture(), "");
   frame();
   EXPECT_TRUE(mode() == PortSelect && shows("build aelf") && shows("Open"));
@@ -208,10 +191,7 @@ TEST_F(ScreenTest, ToolchainRowAndFlushWorkOnTheFilesTwoFoldersUp) {
   for (const char* f : {"__output__.map", "test.cpp_CFG.bin", "__target_out__.o", "test.cpp_RES.bin", "funcList.txt",
                         "out.map", "target.ld"})
     fs::copy_file(examples + f, root + f);
-  startCapture();
-  click("build aelf");
-  click("parse map1");
-  endCapture();
+  startCapture(), click("build aelf"), click("parse map1"), endCapture();
   AelfImage image;
   EXPECT_EQ(readAelfImage(root + "project.alf", image), aelfOk);
   EXPECT_EQ(readFile(root + "target_out.ld", std::ios::in), readFile(examples + "golden/target_out.ld"));

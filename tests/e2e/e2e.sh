@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# qmload-cli end to end, a table of scenarios against fresh simulators (lib.sh) on ptys,
-# RFC 2217 servers and, for qmload-cli.exe under Wine (QMLOAD_WRAP), COM ports; faults/ is
-# the flashing fault matrix.   e2e.sh [--jobs N] PATTERN: the rows named PATTERN[/...],
-# with QMLOAD_CLI, QMLOAD_E2E_IMAGE and QMLOAD_SIM (or the newest build's simulator).
+# e2e.sh [--jobs N] PATTERN: the rows named PATTERN[/...] of qmload-cli's scenario table (lib.sh)
+# on ptys, RFC 2217 servers and, under Wine (QMLOAD_WRAP), COM ports; faults/ is the fault matrix.
 set -uo pipefail
 . "$(dirname "$0")/lib.sh"
 jobs=1 && [ "${1:-}" = --jobs ] && jobs=$2 && shift 2

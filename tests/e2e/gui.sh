@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# gui.sh CASE: qmload (QMLOAD_GUI; *.exe: under Wine, on COM7) on a private Xvfb, clicked with
-# xdotool, against qmload-sim; needs QMLOAD_E2E_IMAGE (Linux: QMLOAD_CLI, QMLOAD_SIM,
-# QMLOAD_XCLIENT); shots and logs stay in QMLOAD_GUI_ARTIFACTS. The cases say in their
-# failures what each checks; "run PROGRAM" runs a Windows test program on the display.
+# gui.sh CASE: qmload (QMLOAD_GUI; *.exe under Wine on COM7) on Xvfb, clicked with xdotool,
+# against qmload-sim; shots in QMLOAD_GUI_ARTIFACTS. "run PROGRAM": a Windows test program.
 set -uo pipefail
 . "$(dirname "$0")/lib.sh"
 case_name=${1:?case}
@@ -14,8 +12,7 @@ keepWork=${QMLOAD_GUI_ARTIFACTS:-} red="181,45,69" identity=0x00c0ffee-12345678-
 rm -rf "$work" && mkdir -p "$work" && export QMLOAD_SIM_DIR=$work
 trap cleanup EXIT && startX
 if [[ $exe == *.exe || $case_name == run ]]; then
-  # Wine's desktop follows the display of the server's first program: restart the
-  # server on ours, and leave a warm one without a display for what comes next.
+  # Wine's desktop follows the server's first program: restart it here, leave a warm one behind.
   wrap=$wineRun simBaud=
   need_tools wine wineserver
   [ "$case_name" = no-arial ] && export QMLOAD_WINE_NO_ARIAL=1
@@ -38,7 +35,7 @@ closeApp() { # as a window manager's close button does; the program must end wit
   ! grep -E 'Sanitizer|runtime error' "$work/app.err" || fail "sanitizer report"
 }
 frames() { grep -c '^frame' "$work/app.err"; }
-# openDevice: chooses the simulator's port (third at most in the list) and "Open".
+closePopup() { click 135 101 && waitFor 5 pixelIs 140 70 "$red" || fail "\"Close\" did not return to the start screen"; }
 openDevice() {
   local index=0
   [ -n "$wrap" ] || index=$("$cli" ports | awk -v p="$work/dev0" '$1 == p { print NR - 1 }')
@@ -48,9 +45,8 @@ openDevice() {
   [ "$(grep -c '^0x' "$work/app.out")" = 1 ] || fail "more than one identity printed"
   shot 3-device
 }
-# foundLate: the identify request at 921600 baud timed out after its one tick and the
-# reply, which a pty delivers at any speed, was taken at 9600 baud: every later request
-# reaches the device as noise. The GUI's discovery does this by design; start over.
+# foundLate: the 921600 identify timed out and its reply (a pty ignores speed) was taken at
+# 9600 baud, so later requests are noise: the GUI's discovery does this by design.
 foundLate() { awk '/request cmd 0 / { a = NR } /noise/ { if (a) l = 1 } END { exit !l }' "$work/dev0.log"; }
 windowChecks() { # the window of qmload.exe as it starts, and no CPU used while idle
   [ "$(xdotool getwindowgeometry "$window" | sed -n 's/.*Geometry: //p')" = 280x160 ] || fail "client area not 280x160"
@@ -98,11 +94,9 @@ drop)
   closeApp
   ;;
 idle)
-  startApp
-  start=$(frames) && sleep 2
+  startApp && start=$(frames) && sleep 2
   [ "$start" -ge 1 ] && [ "$(frames)" = "$start" ] || fail "frames drawn without input: $start, then $(frames)"
-  click 222 33 # "Refresh"
-  clicked=$(frames) && sleep 1
+  click 222 33 && clicked=$(frames) && sleep 1 # "Refresh"
   [ $((clicked - start)) -ge 2 ] && [ "$(frames)" = "$clicked" ] || fail "frames for a click: $start, $clicked, $(frames)"
   closeApp
   ;;
@@ -112,13 +106,11 @@ lost-port)
   waitFor 30 grep -q "hung up" "$work/dev0.log" || fail "the simulator did not hang up"
   waitFor 30 pixelIs 135 101 "$red" && shot 5-device-not-response || fail "no \"Device not response\" pop-up"
   [ "$(grep -c "^Port lost: $work/dev0" "$work/app.out")" = 1 ] || fail "\"Port lost: $work/dev0\" not printed once"
-  click 135 101 # its "Close"
-  waitFor 5 pixelIs 140 70 "$red" || fail "\"Close\" did not return to the start screen"
+  closePopup
   click 140 63 # "Open" on the lost port, still chosen
   waitFor 30 grep -q "^Error opening port" "$work/app.out" || fail "opening the lost port was not reported"
   waitFor 30 pixelIs 135 101 "$red" && shot 6-devices-not-found || fail "no \"Devices are not found\" pop-up"
-  click 135 101
-  waitFor 5 pixelIs 140 70 "$red" || fail "\"Close\" did not return to the start screen"
+  closePopup
   closeApp
   ;;
 no-arial)

@@ -1,7 +1,5 @@
-# Sourced by the end-to-end scripts: simulators on pseudo-terminals, RFC 2217 servers,
-# qmload-cli runs checked against the devices' flash, a private X display for the GUIs.
-# The caller sets work (a folder of its own), sim, cli, tool (e2e_image) and wrap
-# (scripts/wine-run.sh for the Windows programs). Only processes started here are stopped.
+# Sourced by the end-to-end scripts: simulators on ptys, RFC 2217 servers, qmload-cli runs, an X
+# display. The caller sets work, sim, cli, tool (e2e_image), wrap (wine-run.sh for Windows programs).
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$root/tests/prereq.sh"
 wineRun=$root/scripts/wine-run.sh python=/usr/bin/python3 pids=() coms=() # Debian's python, with python3-serial
@@ -16,7 +14,7 @@ fail() {
   for f in "$work"/*.out "$work"/*.err "$work"/*.log; do [ -s "$f" ] && echo "--- $f" && tail -n 12 "$f"; done
   exit 1
 }
-waitFor() { # SECONDS COMMAND...: polls COMMAND every 0.05 s
+waitFor() { # SECONDS COMMAND...
   local end=$((SECONDS + $1))
   until "${@:2}"; do [ "$SECONDS" -le "$end" ] || return 1; sleep 0.05; done
 }
@@ -32,9 +30,8 @@ stopSim() { kill -TERM "${simPid[$1]}" 2>/dev/null && wait "${simPid[$1]}" 2>/de
 mapCom() { "$root/scripts/wine-map-com.sh" "$1" "${top:-$work}/$1" >/dev/null && coms+=("$1") || fail "cannot map $1"; }
 # linkCom NAME COMn: the device behind COMn, at a standard speed (not the simulator's free number).
 linkCom() { stty -F "$work/$1" 115200 && ln -sfn "$(readlink "$work/$1")" "${top:-$work}/$2" || fail "no pty for $2"; }
-# makeImage [SIZE]: odd sizes (4+2 blocks, partial, and the header), random bytes with 0xFF.
+# makeImage [SIZE]: 4+2 blocks, partial ones, random bytes with 0xFF.
 makeImage() { ${wrap:-} "$tool" make "$work/image.alf" 0x08004000 "${1:-785}" 0x08030000 456 7 || fail "make image"; }
-# flashIs NAME: the device's flash is, byte for byte, what flashing the image must leave.
 flashIs() {
   [ -s "$work/image.bin" ] || ${wrap:-} "$tool" expect "$work/image.alf" "$work/image.bin" >/dev/null
   cmp -s "$work/image.bin" "$work/$1.dump"
@@ -57,16 +54,13 @@ serve() {
   waitFor 10 eval '(exec 3<>"/dev/tcp/127.0.0.1/$tcp") 2>/dev/null' || fail "no server for $2"
 }
 
-# scenario SIMS ARGS CHECKS [ACTION]: one qmload-cli run against fresh simulators.
-#  SIMS    each device's simulator options, "+" between devices ("-": one); "ser2net" or
-#          "pyserial" first serve it there at 115200 baud; under Wine a local one is COM2N.
-#  ARGS    @N is device N's port, @img the image, @w the work folder.
-#  CHECKS  =N the exit code (default: 1 when a device's line is other than ok, else 0);
-#          ok, okN: every (device N's) line says ok and its flash is the image; dump:
-#          every device's flash is the image; json: stdout is JSON objects, a line each;
-#          !TEXT not printed; 1*TEXT printed on one line exactly; TEXT printed.
-#  ACTION  SIG:R once device 0 sent reply R: KILL or TERM it, INT qmload-cli, KILL "server".
-# Sets secs, observed (each device's last line) and problems; false on a problem.
+# scenario SIMS ARGS CHECKS [ACTION]: one qmload-cli run against fresh simulators. SIMS: each
+# device's options, "+" between ("-": one), "ser2net"/"pyserial" first to serve it (under Wine
+# a local one is COM2N). ARGS: @N device N's port, @img the image, @w the work folder. CHECKS:
+# =N exit code (default 1 if a device's line is not ok); ok/okN: every (device N's) line ok and
+# flash is the image; dump: flash only; json: JSON lines; !TEXT not printed; 1*TEXT on one line
+# exactly; TEXT printed. ACTION SIG:R after device 0's reply R: KILL/TERM it, INT qmload-cli,
+# KILL "server". Sets secs, observed (each device's last line), problems; false on a problem.
 scenario() {
   local sims=${1%-} args=$2 checks=$3 action=${4:-} i kind c t0=$SECONDS rc allOk=1 line
   local -a devs=("") argv
@@ -116,7 +110,7 @@ for line in open(sys.argv[1], encoding="utf-8"): assert line.endswith("\n") and 
   [ ${#problems[@]} -eq 0 ]
 }
 
-# startX: Xvfb on a random free display (two starting on one number unlink each other's socket).
+# startX: Xvfb on a random free display (two on one number unlink each other's socket).
 startX() {
   need_tools Xvfb xdotool xwd /usr/bin/convert
   for _ in 1 2 3 4 5; do

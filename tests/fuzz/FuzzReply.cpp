@@ -10,15 +10,14 @@
 
 using Clock = ReplyFramer::Clock;
 using std::chrono::microseconds;
-using namespace std::chrono_literals;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
   const bool fast = (data[0] & 1) == 0;
   ReplyFramer framer;
   framer.begin(fast ? ReplyFraming::fast : ReplyFraming::gap, kLadderBauds[((data[0] >> 1) & 7) % kLadderBauds.size()]);
-  const auto gap = 100ms;      // written out: the framer's own constant is under test
-  std::vector<uint8_t> stream; // every byte fed; those of ended frames come first
+  const auto gap = std::chrono::milliseconds(100); // written out: the framer's own constant is under test
+  std::vector<uint8_t> stream;                     // every byte fed; those of ended frames come first
   std::size_t consumed = 0;
   Clock::time_point now = Clock::time_point{} + std::chrono::hours(1), lastFeed = now;
   auto end = [&](Clock::time_point at) {
@@ -28,10 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
                   std::equal(framer.bytes(), framer.bytes() + n, stream.begin() + std::ptrdiff_t(consumed)),
               "frame is not the bytes that followed the previous one");
     const bool good = n >= 3 && frameCrcOk(framer.bytes(), n);
-    fuzzCheck(verdict == (n < 3  ? FrameVerdict::tooShort
-                          : good ? FrameVerdict::good
-                                 : FrameVerdict::badCrc),
-              "verdict does not match the frame");
+    const FrameVerdict want = n < 3 ? FrameVerdict::tooShort : good ? FrameVerdict::good : FrameVerdict::badCrc;
+    fuzzCheck(verdict == want, "verdict does not match the frame");
     fuzzCheck(at - lastFeed >= gap || n == kFrameMax || (fast && good && n >= kFrameHeader + 2),
               "frame ended before the gap");
     consumed += n;

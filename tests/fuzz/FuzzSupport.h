@@ -1,7 +1,6 @@
 #pragma once
-// Included once by each fuzz target: a check that aborts with its reason (libFuzzer
-// then keeps the input), scratch files for the readers that take paths, and, built
-// with QMLOAD_FUZZ_REPLAY, a main that replays the corpus without libFuzzer.
+// Each fuzz target's checks (an abort keeps the input), scratch files, and with
+// QMLOAD_FUZZ_REPLAY a main that replays the corpus without libFuzzer.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,8 +29,7 @@ inline std::string fuzzPut(const std::string& name, const std::string& bytes) {
 
 inline std::string fuzzRead(const std::string& path) {
   std::ostringstream out;
-  if (std::ifstream in{path, std::ios::binary}) out << in.rdbuf();
-  return out.str();
+  return out << std::ifstream(path, std::ios::binary).rdbuf(), out.str();
 }
 
 // The input split at NUL bytes into `parts` files; the last keeps any further NULs.
@@ -46,8 +44,7 @@ inline std::vector<std::string> fuzzSplit(const uint8_t* data, std::size_t size,
   return out;
 }
 
-// The readers print their diagnostics on standard output, which only slows the
-// fuzzer down; libFuzzer reports on standard error.
+// The readers' diagnostics on standard output only slow the fuzzer down.
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return std::freopen("/dev/null", "w", stdout) == nullptr; }
 
 #ifdef QMLOAD_FUZZ_REPLAY
@@ -58,11 +55,9 @@ int main(int, char** argv) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     std::fprintf(stderr, "input %s\n", entry.path().c_str());
-    // A copy of exactly the input's size, so that reads past its end are caught.
-    const std::string bytes = fuzzRead(entry.path());
+    const std::string bytes = fuzzRead(entry.path()); // copied at its exact size: reads past the end show
     const std::vector<uint8_t> data(bytes.begin(), bytes.end());
-    LLVMFuzzerTestOneInput(data.data(), data.size());
-    ++count;
+    LLVMFuzzerTestOneInput(data.data(), data.size()), ++count;
   }
   return count > 0 ? 0 : 1; // an empty or missing corpus fails
 }
