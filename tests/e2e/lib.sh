@@ -113,14 +113,15 @@ for line in open(sys.argv[1], encoding="utf-8"): assert line.endswith("\n") and 
 # startX: Xvfb on a random free display (two on one number unlink each other's socket).
 startX() {
   need_tools Xvfb xdotool xwd /usr/bin/convert
-  for _ in 1 2 3 4 5; do
-    export DISPLAY=:$((100 + RANDOM % 800))
-    [ -e "/tmp/.X${DISPLAY#:}-lock" ] && continue
-    Xvfb "$DISPLAY" -screen 0 640x480x24 -nolisten tcp 2>"$work/xvfb.log" &
-    pids+=($!)
-    waitFor 10 xdotool getdisplaygeometry >/dev/null 2>&1 && return
-  done
-  fail "Xvfb did not start"
+  # Xvfb picks a free display itself and writes its number to fd 3: two tests
+  # starting at once never share a server (a number chosen here could clash).
+  # -noreset: by default the server resets when its last client leaves, and a
+  # client connecting meanwhile (the app after the readiness probe) is refused.
+  Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp -noreset 3>"$work/display" 2>"$work/xvfb.log" &
+  pids+=($!)
+  waitFor 10 test -s "$work/display" || fail "Xvfb did not start"
+  export DISPLAY=":$(head -n 1 "$work/display")"
+  waitFor 10 xdotool getdisplaygeometry >/dev/null 2>&1 || fail "Xvfb did not answer on $DISPLAY"
 }
 findWindow() { window=$(xdotool search --name '^qmload \.::Vantorix' 2>/dev/null | head -n 1) && [ -n "$window" ]; }
 # click X Y: after a move elsewhere (a click where the pointer has not entered can be lost).
