@@ -7,7 +7,7 @@
 #      (`qmload-sim --hangup-after`) to the end of `qmload-cli flash`.
 #   bench/real_lines.sh [BUILD_DIR]      (default build/linux)
 # The GUI's time from a hang-up to its pop-up is printed by the GUI end-to-end
-# case lost-port (tests/e2e/gui_flash.sh).
+# case lost-port (tests/e2e/gui.sh).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build/linux}
