@@ -36,34 +36,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-simBaud=115200
-writeMs=1
-fastBaud=921600
-program=$((200 * 1024))
-resources=$((8 * 1024))
-
-# The image: the program at 0x08004000, the resources at the template's resAddr,
-# the header block.
-cat >"$work/bench.map" <<MAP
-.text           0x08004000      0x$(printf %x $program)
-                0x08004000      __entryPoint__
-                0x08004101      loop
-                0x08004200      ModbusHGroups_Table
-                0x08004240      ModbusIGroups_Table
-                0x08004280      ModbusRemoteRegTables
-                0x$(printf %08x $((0x08004000 + program)))      _etext
-.bss            0x20000000      0x100
-MAP
-head -c $((0x4000 + program)) /dev/urandom >"$work/flash.o"
-head -c "$resources" /dev/urandom >"$work/res.bin"
-"$cli" build-aelf --map "$work/bench.map" --cfg "$root/examples/test.cpp_CFG.bin" --object "$work/flash.o" \
-  --res "$work/res.bin" -o "$work/bench.alf" >/dev/null
-
-blocks=$(((program + 255) / 256 + (resources + 255) / 256 + 1))
-requests=$((2 * blocks + 2)) # check-block and write-block per block, start, finish
-floors=$(awk -v blocks="$blocks" -v sb="$simBaud" -v fb="$fastBaud" -v w="$writeMs" 'BEGIN {
-  flash = 48 * 10 / sb + blocks * ((24 + 24 + 280 + 24) * 10 / fb + w / 1000) + 48 * 10 / fb
-  printf "%.4f %.4f", flash, flash + 48 * 10 / sb }')
+source "$root/bench/sample.sh"
+floors="$floor $(awk -v f="$floor" -v sb="$simBaud" 'BEGIN { printf "%.4f", f + 48 * 10 / sb }')"
 read -r floor wholeFloor <<<"$floors"
 echo "image: $(stat -c %s "$work/bench.alf") bytes, $blocks blocks, $requests requests;" \
   "floor: flash proper $floor s, whole command $wholeFloor s"
