@@ -35,7 +35,7 @@ wanted() {
 # and "(Skipped)" for each test that skipped itself).
 count_ctest() {
   local line total bad skip
-  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$1" | tail -n 1)
+  line=$(grep -aE 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$1" | tail -n 1)
   if [ -z "$line" ]; then
     echo "== $2: no test summary (build or run failed)"
     failed=$((failed + 1))
@@ -43,18 +43,18 @@ count_ctest() {
   fi
   bad=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1/' <<<"$line")
   total=$(sed -E 's/.* failed out of ([0-9]+).*/\1/' <<<"$line")
-  skip=$(grep -cE '^[[:space:]]*[0-9]+ - .* \(Skipped\)$' "$1")
+  skip=$(grep -acE '^[[:space:]]*[0-9]+ - .* \(Skipped\)$' "$1")
   passed=$((passed + total - bad - skip))
   failed=$((failed + bad))
   skipped=$((skipped + skip))
   echo "== $2: $((total - bad - skip)) passed, $bad failed, $skip skipped"
-  grep -E '^[[:space:]]*[0-9]+ - .* \(Skipped\)$' "$1" | sed 's/^/   skipped: /'
+  grep -aE '^[[:space:]]*[0-9]+ - .* \(Skipped\)$' "$1" | sed 's/^/   skipped: /'
 }
 
 # Adds the counts from a script that ends with "N passed, N failed".
 count_plain() {
   local line p f
-  line=$(grep -E '^([A-Za-z-]+: )?[0-9]+ passed, [0-9]+ failed' "$1" | tail -n 1)
+  line=$(grep -aE '^([A-Za-z-]+: )?[0-9]+ passed, [0-9]+ failed' "$1" | tail -n 1)
   if [ -z "$line" ]; then
     echo "== $2: no summary line"
     failed=$((failed + 1))
@@ -132,8 +132,8 @@ done
 # against those of the product C++: the suite is meant to stay a quarter to a third
 # of the code.
 nonBlank() { xargs -r cat | grep -c -v '^[[:space:]]*$'; }
-testLines=$(git ls-files tests | grep -E '\.(cpp|h|c|sh|py|cmake)$|CMakeLists\.txt$' | grep -v /corpus/ | nonBlank)
-codeLines=$(git ls-files base serial device image linkmap cli sim app | grep -E '\.(cpp|h|c)$' | nonBlank)
+testLines=$(git ls-files tests | grep -aE '\.(cpp|h|c|sh|py|cmake)$|CMakeLists\.txt$' | grep -v /corpus/ | nonBlank)
+codeLines=$(git ls-files base serial device image linkmap cli sim app | grep -aE '\.(cpp|h|c)$' | nonBlank)
 ratio=$(awk -v t="$testLines" -v c="$codeLines" 'BEGIN { printf "%.2f", c ? t / c : 0 }')
 
 echo "stages run: ${ran[*]:-none}"

@@ -1,27 +1,16 @@
 #!/usr/bin/env bash
-# The toolchain commands of qmload-cli on the sample in examples/: exit codes,
-# console text and golden outputs.
-# usage: toolchain-cli.sh EXAMPLES_DIR WORK_DIR QMLOAD_CLI [EMULATOR...]
-set -u
-examples=$1 work=$2
-shift 2
-failures=0
-# check RC WANT ARGS...: runs the tool; its exit code must be RC and its stdout (line ends
-# normalised) WANT.
-check() {
-  local rc=$1 want=$2
-  shift 2
-  out=$("$@" 2>"$work/stderr" | tr -d '\r'; exit "${PIPESTATUS[0]}")
-  got=$?
-  # shellcheck disable=SC2053 # a glob when it holds a '*', literal text otherwise
-  [ "$got" = "$rc" ] && if [[ $want == *'*'* ]]; then [[ $out == $want ]]; else [ "$out" = "$want" ]; fi ||
-    { echo "FAIL: $*: exit $got (want $rc), stdout <<$out>> want <<$want>> $(cat "$work/stderr")"; failures=$((failures + 1)); }
+# The toolchain commands of qmload-cli on the sample in examples/: exit codes, console text and
+# golden outputs; and the sample generator writes the binary samples again, byte for byte.
+# usage: toolchain-cli.sh EXAMPLES_DIR WORK_DIR GENERATOR [EMULATOR...] QMLOAD_CLI
+examples=$1 work=$2 generator=$3 emulator=("${@:4:$#-4}") cli=("${@:4}") failures=0
+fail() { echo "FAIL: $*" && failures=$((failures + 1)); }
+check() { # RC WANT ARGS...: the exit code must be RC and stdout (line ends normalised) WANT, a glob if it holds '*'
+  local out got && out=$("${@:3}" 2>"$work/stderr" | tr -d '\r'; exit "${PIPESTATUS[0]}") && got=0 || got=$?
+  [ "$got" = "$1" ] && if [[ $2 == *'*'* ]]; then [[ $out == $2 ]]; else [ "$out" = "$2" ]; fi ||
+    fail "${*:3}: exit $got (want $1), stdout <<$out>> want <<$2>> $(cat "$work/stderr")"
 }
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-cli=("$@")
-rm -rf "$work" && mkdir -p "$work/project/a/b"
+rm -rf "$work" && mkdir -p "$work/project/a/b" && cd "$work/project/a/b" || exit 1
 cp "$examples"/{__output__.map,out.map,funcList.txt,target.ld,test.cpp_CFG.bin,__target_out__.o,test.cpp_RES.bin} "$work/project/"
-cd "$work/project/a/b" || exit 1
 
 # The defaults are the GUI's fixed paths two levels up.
 check 0 "__entryPoint__: 8004101
@@ -69,4 +58,7 @@ for args in "" "build-aelf --bogus" "info" "rewrite-ld --map"; do check 2 "*" "$
 check 0 "*build-aelf*rewrite-ld*info*" "${cli[@]}" --help
 check 0 "*./../../__output__.map*" "${cli[@]}" build-aelf --help
 check 0 "qmload-cli 1.0.0" "${cli[@]}" --version
+# The binary samples are reproducible.
+mkdir -p "$work/generated" && cd "$work/generated" && "${emulator[@]}" "$generator" || fail "the generator failed"
+for file in test.cpp_CFG.bin __target_out__.o test.cpp_RES.bin; do cmp "$file" "$examples/$file" || fail "$file differs from examples/$file"; done
 [ "$failures" -eq 0 ] && echo "all toolchain CLI checks passed" || { echo "$failures check(s) failed"; exit 1; }

@@ -1,10 +1,11 @@
-// The flash sequence against the shared scripted link: each test decides how the
-// "device" answers and checks what the sequence sends.
+// The flash sequence against the shared scripted link: the test answers as the device, and checks what is sent.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
-#include <iterator>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "device/FlashSequencer.h"
@@ -16,6 +17,63 @@ namespace {
 constexpr std::uint32_t kA = 0x00c0ffee, kB = 0x12345678, kC = 0x9abcdef0;
 const FlashPolicy kGui = FlashPolicy::gui(), kCli = FlashPolicy::cli();
 
+// The requests from `from` on, each as "command@address:length/time-out", with "+" when it carries data.
+std::string sent(const FakeLink& link, std::size_t from = 0) {
+  std::string out;
+  for (auto r = link.requests.begin() + static_cast<std::ptrdiff_t>(from); r < link.requests.end(); ++r) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%u@%x:%u/%u%s ", r->command, r->address, r->length, r->timeout,
+                  r->hasData ? "+" : "");
+    out += text;
+  }
+  return out;
+}
+
+// Lets n discovery attempts fail (time out, or stay unwritten); stops at an outcome other than Retrying.
+DiscoveryOutcome failDiscovery(FlushState& s, FakeLink& link, const FlashPolicy& policy, int n = 1) {
+  DiscoveryOutcome o = DiscoveryOutcome::Retrying;
+  for (int i = 0; i < n && o == DiscoveryOutcome::Retrying; ++i) {
+    if (!link.writeFails) link.fail();
+    o = stepDiscovery(s, link, policy);
+  }
+  return o;
+}
+
+TEST(SequencerDiscovery, LadderUnwritableRestartFixedBaudAndLostLine) {
+  for (const FlashPolicy& ladder : {kCli, kGui}) {
+    FlushState s;
+    FakeLink link;
+    link.writeFails = true; // an unwritable request is a failed attempt
+    sendDiscovery(s, link, ladder);
+    EXPECT_EQ(failDiscovery(s, link, ladder, 40), DiscoveryOutcome::NotFound);
+    EXPECT_TRUE(s.notFoundPopup && link.requests.size() == 30u);
+    // Six attempts at each of the five rates, the first at the session's 9600.
+    EXPECT_EQ(link.reopens, (std::vector<int>{0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2,
+                                              2, 2, 3, 3, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4}));
+    for (const SentRequest& r : link.requests) // a broadcast identify, one tick on the screen
+      EXPECT_TRUE(r.command == CmdIdentify && (r.id0 | r.id1 | r.id2 | r.length) == 0 && !r.hasData &&
+                  (r.timeout == 1) == !ladder.scaleTimeouts);
+    // Behind the pop-up discovery starts over at 9600; an answer at a later rate is kept.
+    link.writeFails = false;
+    EXPECT_EQ(failDiscovery(s, link, ladder, 19), DiscoveryOutcome::Retrying);
+    link.answer(kA, kB, kC);
+    EXPECT_EQ(stepDiscovery(s, link, ladder), DiscoveryOutcome::Found);
+    EXPECT_TRUE(s.notFoundPopup && s.deviceId0 == kA && s.deviceId1 == kB && s.deviceId2 == kC);
+    EXPECT_TRUE(s.answeredBaudIndex == 3 && s.lineBaudIndex == 3 && s.baudIndex == 0 && s.discoveryTries == 0);
+  }
+  FlashPolicy fixed = kCli;
+  fixed.fixedBaudIndex = 0;
+  FlushState s;
+  FakeLink link;
+  sendDiscovery(s, link, fixed);
+  EXPECT_EQ(stepDiscovery(s, link, fixed), DiscoveryOutcome::Waiting);
+  EXPECT_GE(link.last().timeout, 100u); // 48 bytes at 9600 are 50 ms on the wire
+  EXPECT_EQ(failDiscovery(s, link, fixed, 6), DiscoveryOutcome::NotFound);
+  EXPECT_EQ(link.reopens, std::vector<int>(6, 0));
+  link.lost = true;
+  EXPECT_EQ(failDiscovery(s, link, fixed), DiscoveryOutcome::Lost);
+}
+
 // A device found (at answeredBaud) and Start sent for an image laid out like the
 // image area in a local buffer: header | program | resources (empty).
 struct Flash {
@@ -26,10 +84,9 @@ struct Flash {
   Flash(const FlashPolicy& p, std::uint32_t exeSize = 256, std::uint32_t answeredBaud = 0)
       : area(64 + exeSize + 512), policy(p) {
     for (std::size_t i = 0; i < area.size(); ++i) area[i] = static_cast<std::uint8_t>(i * 7 + 3);
-    AelfImage image;
-    image.segments[0] = {0x08004000, exeSize, area.data() + 64};
-    image.segments[1] = {0x08020000, 0, area.data() + 64 + exeSize};
-    image.segments[2] = {0x0803FE00, 64, area.data()};
+    const AelfImage image{{{0x08004000, exeSize, area.data() + 64},
+                           {0x08020000, 0, area.data() + 64 + exeSize},
+                           {0x0803FE00, 64, area.data()}}};
     s.deviceId0 = kA, s.deviceId1 = kB, s.deviceId2 = kC;
     s.answeredBaudIndex = s.lineBaudIndex = answeredBaud;
     beginFlash(s, link, image, policy);
@@ -37,63 +94,13 @@ struct Flash {
   FlashOutcome step() { return stepFlash(s, link, policy); }
   FlashKind answer(std::uint32_t w0 = 1) { return link.answer(w0), step().kind; }
   FlashOutcome timeOut() { return link.fail(), step(); }
-  // Answers every request until the flash ends or `until` is outstanding.
+  // Answers every request until the flash ends or `until` is outstanding; the last step's kind.
   FlashKind run(int until = -1) {
-    for (int i = 0; i < 10000; ++i) {
-      if (link.busy && link.last().command == until) return FlashKind::Waiting;
-      const FlashKind k = answer();
-      if (k != FlashKind::Progressed && k != FlashKind::Waiting) return k;
-    }
-    return FlashKind::Waiting;
+    FlashKind k = FlashKind::Progressed;
+    for (int i = 0; i < 1000 && k == FlashKind::Progressed && link.last().command != until; ++i) k = answer();
+    return k;
   }
 };
-
-TEST(SequencerDiscovery, LadderPopupAndBackgroundRestart) {
-  FlushState s;
-  FakeLink link;
-  sendDiscovery(s, link, kGui);
-  EXPECT_EQ(stepDiscovery(s, link, kGui), DiscoveryOutcome::Waiting);
-  std::vector<int> reopens;
-  for (int attempt = 2; attempt <= 30; ++attempt) {
-    link.fail();
-    ASSERT_EQ(stepDiscovery(s, link, kGui), DiscoveryOutcome::Retrying) << attempt;
-    reopens.push_back((attempt - 1) / 6);
-  }
-  EXPECT_EQ(link.reopens, reopens); // six attempts at each of the five rates, the first at the session's 9600
-  for (const SentRequest& r : link.requests)
-    EXPECT_TRUE(r.command == CmdIdentify && (r.id0 | r.id1 | r.id2 | r.length) == 0 && r.timeout == 1 && !r.hasData);
-  EXPECT_EQ((link.fail(), stepDiscovery(s, link, kGui)), DiscoveryOutcome::NotFound);
-  EXPECT_TRUE(s.notFoundPopup && link.requests.size() == 30u);
-  // Behind the pop-up discovery starts over at 9600; an answer at a later rate is kept.
-  for (int i = 0; i < 19; ++i, link.fail()) EXPECT_EQ(stepDiscovery(s, link, kGui), DiscoveryOutcome::Retrying);
-  link.answer(kA, kB, kC);
-  EXPECT_EQ(stepDiscovery(s, link, kGui), DiscoveryOutcome::Found);
-  EXPECT_TRUE(s.notFoundPopup && s.deviceId0 == kA && s.deviceId1 == kB && s.deviceId2 == kC);
-  EXPECT_TRUE(s.answeredBaudIndex == 3 && s.lineBaudIndex == 3 && s.baudIndex == 0 && s.discoveryTries == 0);
-}
-
-TEST(SequencerDiscovery, CliFixedBaudUnwritableAndLostLine) {
-  FlashPolicy cli = kCli;
-  cli.fixedBaudIndex = 0;
-  FlushState s;
-  FakeLink link;
-  sendDiscovery(s, link, cli);
-  EXPECT_GE(link.last().timeout, 100u); // 48 bytes at 9600 are 50 ms on the wire
-  for (int i = 0; i < 5; ++i) EXPECT_EQ((link.fail(), stepDiscovery(s, link, cli)), DiscoveryOutcome::Retrying);
-  EXPECT_EQ((link.fail(), stepDiscovery(s, link, cli)), DiscoveryOutcome::NotFound);
-  EXPECT_EQ(link.reopens, std::vector<int>(6, 0));
-  for (const FlashPolicy& ladder : {kCli, kGui}) { // an unwritable request is a failed attempt
-    FlushState s2;
-    FakeLink dead;
-    dead.writeFails = true;
-    sendDiscovery(s2, dead, ladder);
-    DiscoveryOutcome o = DiscoveryOutcome::Waiting;
-    for (int i = 0; i < 40 && o != DiscoveryOutcome::NotFound; ++i) o = stepDiscovery(s2, dead, ladder);
-    EXPECT_TRUE(o == DiscoveryOutcome::NotFound && s2.notFoundPopup && dead.requests.size() == 30u);
-  }
-  link.lost = true;
-  EXPECT_EQ((link.fail(), stepDiscovery(s, link, cli)), DiscoveryOutcome::Lost);
-}
 
 TEST(SequencerFlash, WholeSequenceBlocksAddressesAndTimeouts) {
   Flash f(kGui, 300);
@@ -101,92 +108,46 @@ TEST(SequencerFlash, WholeSequenceBlocksAddressesAndTimeouts) {
   EXPECT_EQ(f.step().kind, FlashKind::Waiting);
   EXPECT_EQ(f.run(), FlashKind::Done);
   EXPECT_EQ(f.link.reopens, std::vector<int>{4});
-  const struct {
-    std::uint8_t command;
-    std::uint32_t address, timeout, length;
-  } want[] = {{CmdStart, 0, 50, 364},
-              {CmdCheckBlock, 0x08004000, 100, 256},
-              {CmdWriteBlock, 0x08004000, 1000, 256},
-              {CmdCheckBlock, 0x08004100, 100, 256},
-              {CmdWriteBlock, 0x08004100, 1000, 256},
-              {CmdCheckBlock, 0x08020000, 100, 256},
-              {CmdWriteBlock, 0x08020000, 1000, 256}, // size 0: still one block
-              {CmdCheckBlock, 0x0803FE00, 100, 256},
-              {CmdWriteBlock, 0x0803FE00, 1000, 256},
-              {CmdFinish, 0, 500, 0}};
-  ASSERT_EQ(f.link.requests.size(), std::size(want));
-  for (std::size_t i = 0; i < std::size(want); ++i) {
-    const SentRequest& r = f.link.requests[i];
-    EXPECT_TRUE(r.command == want[i].command && r.address == want[i].address && r.timeout == want[i].timeout &&
-                r.length == want[i].length && r.hasData == (r.command == CmdWriteBlock))
-        << i;
-  }
+  // A segment of size 0 is still one block.
+  ASSERT_EQ(sent(f.link), "2@0:364/50 1@8004000:256/100 11@8004000:256/1000+ 1@8004100:256/100 11@8004100:256/1000+ "
+                          "1@8020000:256/100 11@8020000:256/1000+ 1@803fe00:256/100 11@803fe00:256/1000+ 18@0:0/500 ");
   // Whole blocks: the partial second block of the program runs on into the resources.
   EXPECT_EQ(0, std::memcmp(f.link.requests[4].data.data(), f.area.data() + 64 + 256, 256));
   EXPECT_EQ(0, std::memcmp(f.link.requests[8].data.data(), f.area.data(), 256));
   EXPECT_EQ(f.s.progress, 4u * 256u); // above total
+  // The command line's time-outs follow the wire time (Start's wait for the erase: the repeated Start below).
+  EXPECT_EQ(kCli.timeoutFor(1000, 4, 280), 1000u);
+  EXPECT_GT(kCli.timeoutFor(1, 0, 24), kCli.timeoutFor(1, 4, 24));
+  EXPECT_GE(kCli.timeoutFor(100, 0, 280), 2u * 317u); // a write's wire time at 9600
 }
 
-TEST(SequencerFlash, ZeroCheckAnswerStallsTheScreenAndIsARefusalForTheCli) {
-  Flash gui(kGui, 512), cli(kCli, 600);
-  gui.answer(); // Start answered: first CheckBlock out
-  const std::size_t sent = gui.link.requests.size();
-  for (std::uint32_t frame = 1; frame <= 3; ++frame) {
-    EXPECT_EQ(gui.answer(0), FlashKind::Progressed);
-    EXPECT_TRUE(gui.s.progress == 256 * frame && gui.s.step == CheckBlock && gui.link.requests.size() == sent);
-  }
-  for (int i = 0; i < 3; ++i) cli.answer(); // Start, check, write: the next check at +256
-  const FlashOutcome out = (cli.link.answer(0), cli.step());
-  EXPECT_TRUE(out.kind == FlashKind::Refused && out.address == 0x08004100u);
-}
-
-TEST(SequencerFlash, GuiRetriesSevenTimesThenRaisesPopupAndKeepsRetrying) {
-  Flash f(kGui);
-  f.answer();
-  f.answer(); // WriteBlock out
-  for (std::uint32_t r = 1; r <= 6; ++r) {
-    EXPECT_EQ(f.timeOut().kind, FlashKind::Progressed);
-    EXPECT_TRUE(f.s.retries == r && f.link.last().command == CmdWriteBlock && f.link.last().timeout == 1000);
-  }
-  const std::size_t sent = f.link.requests.size();
-  EXPECT_EQ(f.timeOut().kind, FlashKind::PopupRaised);
-  EXPECT_TRUE(f.s.flushErrorPopup && f.s.retries == 1 && f.link.requests.size() == sent);
-  for (std::uint32_t r = 2; r <= 6; ++r, f.link.fail()) {
-    EXPECT_EQ(f.step().kind, FlashKind::Progressed);
-    EXPECT_EQ(f.s.retries, r);
-  }
-  EXPECT_EQ(f.step().kind, FlashKind::PopupRaised);
-  EXPECT_EQ(f.link.requests.size(), sent + 5);
-  f.step();
-  EXPECT_EQ(f.run(), FlashKind::Done); // a retry that succeeds goes on behind the pop-up
-}
-
-TEST(SequencerFlash, RepeatedStartAndFinishUseTheirRetryForms) {
-  Flash f(kGui, 10);
-  f.s.offset = 999; // Start is repeated with offset, not total, as its length
-  f.timeOut();
-  EXPECT_TRUE(f.link.last().command == CmdStart && f.link.last().length == 999 && f.link.last().timeout == 100);
-  f.run(CmdFinish);
-  f.timeOut();
-  EXPECT_TRUE(f.link.last().command == CmdFinish && f.link.last().timeout == 100);
-  EXPECT_EQ(f.answer(), FlashKind::Done);
-}
-
-TEST(SequencerFlash, CliEndsOnTheSeventhFailureAnUnwrittenRequestALostLineAndCancel) {
+// The command line ends the flash on a refused block, the seventh failure in a row, an unwritable
+// request, a lost line or a cancel. The screen stalls on a refusal (progress grows, nothing is sent)
+// and repeats a failed request, raising the pop-up at the seventh failure and then at every sixth.
+TEST(SequencerFlash, FailuresRefusalsUnwrittenRequestsLostLinesAndCancel) {
   std::atomic<bool> cancel{false};
   const FlashPolicy cli = FlashPolicy::cli(&cancel);
-  Flash f(cli), w(cli);
+  Flash f(cli), w(cli), z(cli, 600);
+  for (int i = 0; i < 3; ++i) z.answer(); // Start, check, write: the next check at +256
+  z.link.answer(0);
+  const std::size_t sent = z.link.requests.size();
+  for (int frame = 0; frame < 3; ++frame) EXPECT_EQ(stepFlash(z.s, z.link, kGui).kind, FlashKind::Progressed);
+  EXPECT_TRUE(z.s.progress == 4 * 256 && z.s.step == CheckBlock && z.link.requests.size() == sent);
+  const FlashOutcome refused = z.step();
+  EXPECT_TRUE(refused.kind == FlashKind::Refused && refused.address == 0x08004100u);
   f.answer();
   for (int r = 1; r <= 6; ++r) EXPECT_EQ(f.timeOut().kind, FlashKind::Progressed);
+  EXPECT_TRUE(f.s.retries == 6 && f.link.last().command == CmdCheckBlock && f.link.requests.size() == 8u);
   const FlashOutcome out = f.timeOut();
   EXPECT_TRUE(out.kind == FlashKind::Failed && out.message == "Device not response" && !f.s.flushErrorPopup);
-  EXPECT_EQ(f.link.requests.size(), 8u);
   w.link.writeFails = true;
   w.answer(); // the CheckBlock cannot be written
   EXPECT_EQ(w.step().kind, FlashKind::Failed);
-  // The screen reads it as a failed request: repeated, then the pop-up.
-  for (int r = 1; r <= 6; ++r) EXPECT_EQ(stepFlash(w.s, w.link, kGui).kind, FlashKind::Progressed);
-  EXPECT_EQ(stepFlash(w.s, w.link, kGui).kind, FlashKind::PopupRaised);
+  for (int r = 1; r <= 13; ++r) { // retries restart at 1 behind the pop-up
+    const bool popup = r == 7 || r == 13;
+    EXPECT_EQ(stepFlash(w.s, w.link, kGui).kind, popup ? FlashKind::PopupRaised : FlashKind::Progressed) << r;
+  }
+  EXPECT_TRUE(w.s.flushErrorPopup && w.s.retries == 1 && w.link.requests.size() == 2u + 11u);
   w.link.lost = true;
   EXPECT_EQ(w.step().message, "Port lost");
   cancel = true;
@@ -194,59 +155,41 @@ TEST(SequencerFlash, CliEndsOnTheSeventhFailureAnUnwrittenRequestALostLineAndCan
   EXPECT_EQ(stepDiscovery(f.s, f.link, cli), DiscoveryOutcome::Cancelled);
 }
 
-TEST(SequencerFlash, CliTimeoutsFollowTheWireAndStartWaitsForTheErase) {
-  EXPECT_EQ(kGui.timeoutFor(1, 0, 24), 1u);
-  EXPECT_EQ(kCli.timeoutFor(1000, 4, 280), 1000u);
-  EXPECT_GT(kCli.timeoutFor(1, 0, 24), kCli.timeoutFor(1, 4, 24));
-  EXPECT_GE(kCli.timeoutFor(100, 0, 280), 2u * 317u); // a write's wire time at 9600
-  Flash f(kCli);
-  EXPECT_EQ(f.link.last().timeout, kDefaultEraseSeconds * 1000);
-  EXPECT_EQ((f.timeOut(), f.link.last().timeout), kDefaultEraseSeconds * 1000);
+// Start and Finish repeated: the screen stays at the line's rate and shortens the waits; the command line
+// alternates between the transfer rate and the rate the device answered at (115200 here).
+TEST(SequencerFlash, RepeatedStartAndFinish) {
+  for (const auto& [policy, command, repeat, reopens] :
+       {std::tuple{&kGui, CmdStart, "2@0:999/100 ", std::vector<int>{}},
+        {&kGui, CmdFinish, "18@0:0/100 ", {}},
+        {&kCli, CmdStart, "2@0:999/20000 ", {4, 3, 4, 3}},
+        {&kCli, CmdFinish, "18@0:0/500 ", {3, 4, 3, 4}}}) {
+    SCOPED_TRACE(repeat);
+    Flash f(*policy, 10, 3);
+    f.run(command);
+    f.s.offset = 999; // a repeated Start sends offset, not total, as its length
+    std::vector<int> want = f.link.reopens;
+    want.insert(want.end(), reopens.begin(), reopens.end());
+    for (int r = 0; r < 4; ++r) EXPECT_EQ((f.timeOut(), sent(f.link, f.link.requests.size() - 1)), repeat);
+    EXPECT_EQ(f.link.reopens, want);
+    // Either answer leaves the line at the transfer rate: Start's moves it there (again).
+    EXPECT_EQ(f.answer(), command == CmdFinish ? FlashKind::Done : FlashKind::Progressed);
+    EXPECT_TRUE(f.link.reopens.back() == 4 && f.s.lineBaudIndex == 4);
+    EXPECT_EQ(f.link.last().command, command == CmdStart ? CmdCheckBlock : CmdFinish);
+  }
 }
 
 TEST(SequencerFlash, SpinnerAndTheStepsTheSequenceNeverEnters) {
-  EXPECT_STREQ(spinnerText(0), "[ / ] .");
-  EXPECT_STREQ(spinnerText(7), "[ - ] ........");
-  EXPECT_STREQ(spinnerText(8), "[ / ] .");
+  EXPECT_STREQ(spinnerText(8), "[ / ] ."); // the screen test walks all eight; the index wraps both ways
   EXPECT_STREQ(spinnerText(-1), "[ - ] ........");
-  FlushState s;
-  FakeLink link;
-  s.segmentAddress = 0x08010000, s.segmentSize = 600, s.offset = 256, s.step = SegmentCommand;
-  link.fail();
-  stepFlash(s, link, kGui);
-  EXPECT_TRUE(link.last().command == CmdSegment && link.last().address == 0x08010000 && link.last().length == 600 &&
-              link.last().timeout == 100);
-  EXPECT_EQ((link.answer(1), stepFlash(s, link, kGui).kind), FlashKind::Done);
-  s.step = BlockCommand;
-  EXPECT_EQ((link.answer(1), stepFlash(s, link, kGui).kind), FlashKind::Progressed);
-  EXPECT_EQ(s.offset, 512u); // moved on first, then sent for the new offset
-  EXPECT_TRUE(link.last().command == CmdBlock && link.last().address == 0x08010200 && link.last().timeout == 100);
-  EXPECT_EQ(s.step, CheckBlock);
-  s.step = BlockCommand, s.offset = 600;
-  EXPECT_EQ((link.answer(1), stepFlash(s, link, kGui).kind), FlashKind::Done);
-}
-
-// The command line repeats Start and Finish alternately at the transfer rate and
-// the rate the device answered at (115200 here); the screen stays where it is.
-TEST(SequencerFlash, CliRepeatsStartAndFinishAtBothRates) {
-  for (const FlashPolicy* policy : {&kGui, &kCli}) {
-    for (const int command : {CmdStart, CmdFinish}) {
-      SCOPED_TRACE(testing::Message() << (policy == &kCli) << " " << command);
-      Flash f(*policy, 10, 3);
-      f.run(command);
-      std::vector<int> want = f.link.reopens;
-      for (int r = 0; r < 4; ++r) EXPECT_EQ((f.timeOut(), f.link.last().command), command);
-      const int first = command == CmdStart ? 4 : 3, second = 7 - first;
-      if (policy == &kCli) want.insert(want.end(), {first, second, first, second});
-      EXPECT_EQ(f.link.reopens, want);
-      if (command == CmdFinish) {
-        EXPECT_EQ(f.answer(), FlashKind::Done);
-      } else { // answered at 921600: the line is (again) at the transfer rate
-        f.answer();
-        EXPECT_TRUE(f.link.reopens.back() == 4 && f.s.lineBaudIndex == 4 && f.link.last().command == CmdCheckBlock);
-      }
-    }
-  }
+  Flash f(kGui);
+  f.s.segmentAddress = 0x08010000, f.s.segmentSize = 600, f.s.offset = 256, f.s.step = SegmentCommand;
+  f.timeOut(); // repeated as command 9 for the segment
+  EXPECT_EQ(f.answer(), FlashKind::Done);
+  f.s.step = BlockCommand; // command 7 moves on first, then goes out for the new offset
+  EXPECT_TRUE(f.answer() == FlashKind::Progressed && f.s.step == CheckBlock);
+  EXPECT_EQ(sent(f.link, 1), "9@8010000:600/100 7@8010200:256/100 ");
+  f.s.step = BlockCommand, f.s.offset = 600;
+  EXPECT_EQ(f.answer(), FlashKind::Done);
 }
 
 } // namespace

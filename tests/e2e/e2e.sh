@@ -1,36 +1,23 @@
 #!/usr/bin/env bash
 # e2e.sh [--jobs N] PATTERN: the rows named PATTERN[/...] of qmload-cli's scenario table (lib.sh)
 # on ptys, RFC 2217 servers and, under Wine (QMLOAD_WRAP), COM ports; faults/ is the fault matrix.
+# e2e.sh --groups [wine]: the names before "/", a test each (the wine-* ones with "wine").
 set -uo pipefail
 . "$(dirname "$0")/lib.sh"
-jobs=1 && [ "${1:-}" = --jobs ] && jobs=$2 && shift 2
-cli=${QMLOAD_CLI:?} tool=${QMLOAD_E2E_IMAGE:?} wrap=${QMLOAD_WRAP:-} pattern=${1:?pattern}
-sim=${QMLOAD_SIM:-$(ls -t "$root"/build/*/sim/qmload-sim 2>/dev/null | head -n 1)}
-[ -x "$sim" ] || missing_prereq "the Linux qmload-sim (build it, or set QMLOAD_SIM)"
-[ -z "$wrap" ] || "$wrap" --warm-up >/dev/null 2>&1 || missing_prereq "a working Wine prefix"
-top=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX") failed=0
-trap 'work=$top && { [ "$failed" = 0 ] || keepWork=1; } && cleanup' EXIT
 
-# name | simulators | qmload-cli's arguments | checks | action (scenario in lib.sh). Replies
-# of the 7-block image: 1 identify, 2 start, 3/4 check/write the first block, 9/10 the middle
-# one, 15/16 the header, 17 finish. A name ending "*" runs at each place, "%" where the line
-# can die (not after finish); a row named again replaces it (a late identify is never seen).
-f1="flash --port @0" f2="flash --port @0 --port @1" dnr="Device not response" lost="Port lost" nf="Devices are not found"
-fast="--baud auto --framing fast --erase-timeout 2" gap="--baud auto --framing gap --erase-timeout 2"
-table=$(cat <<'ROWS'
-identify-9600          | --baud 9600 --id 0x01020304-a0b0c0d0-deadbeef   | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":9600'
-identify-38400         | --baud 38400 --id 0x01020304-a0b0c0d0-deadbeef  | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":38400'
-identify-115200        | --baud 115200 --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":115200'
-identify-921600        | --baud 921600 --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":921600'
+# name | simulators | qmload-cli's arguments | checks | action (scenario in lib.sh). A name with {A,L:B,...}: a row
+# each, {} in the rest its value (after "L:", L in the name). Replies of the 7-block image: 1 identify, 2 start, 3/4 check/
+# write the first block, 9/10 the middle one, 15/16 the header, 17 finish ($at; $die: where the line can die).
+at="discovery:1,start:2,first-check:3,first-write:4,middle-write:10,header-write:16,finish:17"
+die="discovery:1,start:2,first-check:3,middle-write:10,header-write:16" f1="flash --port @0" f2="flash --port @0 --port @1"
+dnr="Device not response" lost="Port lost" fast="--baud auto --framing fast --erase-timeout 2" gap="--baud auto --framing gap --erase-timeout 2"
+table=$(sed -E 's/ *\| */|/g; s/ +$//' <<'ROWS'
+identify/{9600,38400,115200,921600} | --baud {} --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":{}'
 flash                  | -                      | flash --port @0 --json @img     | =0 dump json '"event":"found"' '"event":"progress"' '"event":"done","port":"@0","seconds":' '"bytes":1305}'
 flash-gap              | --baud 921600          | flash --port @0 --baud 921600 --framing gap --quiet @img | =0 dump
 flash-id               | --baud 38400 --id 0x00000001-00000002-00000003 | flash --port @0 --baud 38400 --id 0x00000001-00000002-00000003 @img | ok
-fault-drop             | --drop-reply 5         | flash --port @0 @img            | ok
-fault-drop-every       | --drop-every 4         | flash --port @0 @img            | ok
-fault-corrupt          | --corrupt-reply 6      | flash --port @0 @img            | ok
-fault-corrupt-finish   | --corrupt-reply 17     | flash --port @0 @img            | ok
-fault-late             | --late-reply 5:300     | flash --port @0 @img            | ok
-fault-garbage          | --garbage 5:7 --corrupt-reply 4 | flash --port @0 --port @w/missing --json @img | =1 dump json '{"event":"log","port":"@w/missing","text":"Error opening port"}' '"text":"CRC error!"' '{"event":"done","port":"@0"'
+fault/{drop:--drop-reply 5,drop-every:--drop-every 4,corrupt:--corrupt-reply 6,corrupt-finish:--corrupt-reply 17,late:--late-reply 5:300} | {} | flash --port @0 @img | ok
+fault/garbage          | --garbage 5:7 --corrupt-reply 4 | flash --port @0 --port @w/missing --json @img | =1 dump json '{"event":"log","port":"@w/missing","text":"Error opening port"}' '"text":"CRC error!"' '{"event":"done","port":"@0"'
 silent                 | --silent-after-writes 2 | flash --port @0 --quiet @img   | '@0: Device not response'
 protected              | -                      | flash --port @0 @w/boot.alf     | =1 '@0: Block at 0x08001000 refused by the device'
 killed                 | --write-ms 100         | flash --port @0 --json @img     | =1 '"event":"error"' '!"event":"done"' | KILL:8
@@ -42,104 +29,68 @@ exit-codes/not-found   | --baud 57600           | flash --port @0 --quiet @img  
 exit-codes/no-identity | --baud 57600           | identify --port @0 --baud 115200 | =1 'Devices are not found'
 exit-codes/bad-image   | -                      | flash --port @0 @w/bad.alf      | =3 'is not AELF file'
 exit-codes/no-image    | -                      | flash --port @0 --json @w/missing.alf | =3 json "Can't open aelf file"
-exit-codes/bad-baud    | -                      | flash --port @0 --baud 12345 @img | =2
-exit-codes/no-port     | -                      | flash @img                      | =2
-exit-codes/bad-framing | -                      | flash --port @0 --framing slow @img | =2
-remote/identify        | ser2net                | identify --port @0              | '0x00c0ffee-12345678-9abcdef0 at 115200 baud'
-remote/flash           | ser2net                | flash --port @0 @img            | ok
+exit-codes/{bad-baud:--port @0 --baud 12345,no-port:,bad-framing:--port @0 --framing slow} | - | flash {} @img | =2
+{remote,wine-remote}/identify | ser2net         | identify --port @0              | '0x00c0ffee-12345678-9abcdef0 at 115200 baud'
+{remote,wine-remote}/flash    | ser2net         | flash --port @0 @img            | ok
 remote/pyserial        | pyserial               | flash --port @0 @img            | ok
 remote/mixed           | ser2net --id 0x00000001-00000000-00000000+--id 0x00000002-00000000-00000000+ser2net --id 0x00000003-00000000-00000000 | flash --port @0 --port @1 --port @2 @img | ok '@2: ok 0x00000003-00000000-00000000'
 remote/killed          | ser2net --write-ms 100 | flash --port @0 --json @img     | =1 '@0: the server closed the connection' '"event":"error"' | server:8
 remote/refused         | -                      | identify --port rfc2217://127.0.0.1:1 | =1 'Error opening port: rfc2217://127.0.0.1:1: connection refused'
-wine-remote/identify   | ser2net                | identify --port @0              | '0x00c0ffee-12345678-9abcdef0 at 115200 baud'
-wine-remote/flash      | ser2net                | flash --port @0 @img            | ok
-wine-lost/hangup       | --write-ms 100 --hangup-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
-wine-lost/vanish       | --write-ms 100 --vanish-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
+wine-lost/{hangup,vanish} | --write-ms 100 --{}-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
 wine-lost/killed       | --write-ms 100         | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0' | KILL:8
-faults/baseline                    | -                            | $f1 $fast @img                    | ok
-faults/baseline-gap                | -                            | $f1 $gap @img                     | ok
-faults/baseline-115200             | -                            | $f1 --baud 115200 --framing fast @img| ok
-faults/drop-*                      | --drop-reply *               | $f1 $fast @img                    | ok
-faults/corrupt-*                   | --corrupt-reply *            | $f1 $fast @img                    | ok
-faults/garbage-*                   | --garbage 7:*                | $f1 $fast @img                    | ok
-faults/late300-*                   | --late-reply *:300           | $f1 $fast @img                    | ok
-faults/late300-discovery           | --late-reply 1:300           | $f1 $fast @img                    | ok
-faults/late1500-middle-write       | --late-reply 10:1500         | $f1 $fast @img                    | ok
-faults/late1500-header-write       | --late-reply 16:1500         | $f1 $fast @img                    | ok
-faults/late150-middle-check        | --late-reply 9:150           | $f1 $fast @img                    | ok
-faults/late1500-start              | --late-reply 2:1500          | $f1 $fast @img                    | ok
-faults/late1500-finish             | --late-reply 17:1500         | $f1 $fast @img                    | ok
-faults/device-at-9600              | --baud 9600                  | $f1 $fast @img                    | ok
-faults/device-at-921600            | --baud 921600                | $f1 $fast @img                    | ok
-faults/device-at-9600-drop-finish  | --baud 9600 --drop-reply 17  | $f1 $fast @img                    | ok
-faults/corrupt-middle-check-gap    | --corrupt-reply 9            | $f1 $gap @img                     | ok
-faults/garbage-middle-write-gap    | --garbage 7:10               | $f1 $gap @img                     | ok
-faults/late300-header-check-gap    | --late-reply 15:300          | $f1 $gap @img                     | ok
-faults/drop-every-2                | --drop-every 2               | $f1 $fast @img                    | ok
-faults/drop-every-3                | --drop-every 3               | $f1 $fast @img                    | ok
-faults/drop-every-5                | --drop-every 5               | $f1 $fast @img                    | ok
-faults/silent-after-1-writes       | --silent-after-writes 1      | $f1 $fast @img                    | '@0: $dnr'
-faults/silent-after-mid-writes     | --silent-after-writes 3      | $f1 $fast @img                    | '@0: $dnr'
-faults/silent-after-last-writes    | --silent-after-writes 7      | $f1 $fast @img                    | '@0: $dnr'
-faults/erase-3s                    | --erase-ms 3000              | $f1 --baud auto --framing fast @img| ok
-faults/erase-3s-gap                | --erase-ms 3000              | $f1 --baud auto --framing gap @img| ok
-faults/latency-1ms                 | --latency-ms 1               | $f1 $fast @img                    | ok
-faults/latency-16ms                | --latency-ms 16              | $f1 $fast @img                    | ok
+faults/baseline{:$fast,-gap:$gap,-115200:--baud 115200 --framing fast} | - | $f1 {} @img | ok
+faults/drop-{$at}                  | --drop-reply {}              | $f1 $fast @img                    | ok
+faults/corrupt-{$at}               | --corrupt-reply {}           | $f1 $fast @img                    | ok
+faults/garbage-{$at}               | --garbage 7:{}               | $f1 $fast @img                    | ok
+faults/late300-{$at}               | --late-reply {}:300          | $f1 $fast @img                    | ok
+faults/late1500-{start:2,middle-write:10,header-write:16,finish:17} | --late-reply {}:1500 | $f1 $fast @img | ok
+faults/{device-at-9600:--baud 9600,device-at-921600:--baud 921600,device-at-9600-drop-finish:--baud 9600 --drop-reply 17,late150-middle-check:--late-reply 9:150} | {} | $f1 $fast @img | ok
+faults/{corrupt-middle-check:--corrupt-reply 9,garbage-middle-write:--garbage 7:10,late300-header-check:--late-reply 15:300}-gap | {} | $f1 $gap @img | ok
+faults/drop-every-{2,3,5}          | --drop-every {}              | $f1 $fast @img                    | ok
+faults/{silent-after-1-writes:--silent-after-writes 1,silent-after-mid-writes:--silent-after-writes 3,silent-after-last-writes:--silent-after-writes 7,stall-middle-write-3s:--stall-ms 10:3000} | {} | $f1 $fast @img | '@0: $dnr'
+faults/erase-3s{:fast,-gap:gap}    | --erase-ms 3000              | $f1 --baud auto --framing {} @img | ok
+faults/{latency-1ms:--latency-ms 1,latency-16ms:--latency-ms 16,stall-middle-write-300ms:--stall-ms 10:300,stall-after-start-500ms:--stall-ms 2:500} | {} | $f1 $fast @img | ok
 faults/latency-16ms-gap            | --latency-ms 16              | $f1 $gap @img                     | ok
-faults/hangup-after-discovery      | --hangup-after 1             | $f1 $fast @img                    | '@0: $lost'
-faults/hangup-after-start          | --hangup-after 2             | $f1 $fast @img                    | '@0: $lost'
-faults/hangup-middle-write         | --hangup-after 10            | $f1 $fast @img                    | '@0: $lost'
-faults/hangup-middle-write-gap     | --hangup-after 10            | $f1 $gap @img                     | '@0: $lost'
-faults/vanish-middle-write         | --vanish-after 10            | $f1 $fast @img                    | '@0: $lost'
-faults/vanish-after-start          | --vanish-after 2             | $f1 $gap @img                     | '@0: $lost'
-faults/stall-middle-write-300ms    | --stall-ms 10:300            | $f1 $fast @img                    | ok
-faults/stall-after-start-500ms     | --stall-ms 2:500             | $f1 $fast @img                    | ok
-faults/stall-middle-write-3s       | --stall-ms 10:3000           | $f1 $fast @img                    | '@0: $dnr'
-faults/sim-killed-%                | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | KILL:%
-faults/port-removed-%              | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | TERM:%
-faults/two-devices                 | +                            | $f2 $fast @img                    | ok
+faults/{hangup-after-discovery:--hangup-after 1,hangup-after-start:--hangup-after 2,hangup-middle-write:--hangup-after 10,vanish-middle-write:--vanish-after 10} | {} | $f1 $fast @img | '@0: $lost'
+faults/{hangup-middle-write-gap:--hangup-after 10,vanish-after-start:--vanish-after 2} | {} | $f1 $gap @img | '@0: $lost'
+faults/sim-killed-{$die}           | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | KILL:{}
+faults/port-removed-{$die}         | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | TERM:{}
+faults/two-devices{:+,-second-drops:+--drop-every 3,-different-speeds:--write-ms 20+--write-ms 100} | {} | $f2 $fast @img | ok
 faults/two-devices-second-silent   | +--silent-after-writes 2     | $f2 $fast @img                    | ok0 '@1: $dnr'
-faults/two-devices-second-drops    | +--drop-every 3              | $f2 $fast @img                    | ok
 faults/two-devices-second-hangs-up | +--hangup-after 10           | $f2 $fast @img                    | ok0 '@1: $lost'
-faults/two-devices-different-speeds| --write-ms 20+--write-ms 100 | $f2 $fast @img                    | ok
 faults/two-devices-first-killed    | --write-ms 100+              | $f2 $fast @img                    | '@0: $lost' ok1 | KILL:10
 ROWS
 )
-at="discovery:1 start:2 first-check:3 first-write:4 middle-write:10 header-write:16 finish:17"
-die="discovery:1 start:2 first-check:3 middle-write:10 header-write:16"
 declare -A row=() && names=()
-trim() { sed -E 's/^ +| +$//g' <<<"$1"; }
-add() { [ -n "${row[$1]+x}" ] || names+=("$1") && row[$1]=$2; }
 while IFS='|' read -r name rest; do
-  name=$(trim "$name")
-  for v in f1 f2 fast gap dnr lost nf; do rest=${rest//\$$v/${!v}}; done
-  case $name in
-    *\*) for p in $at; do add "${name%?}${p%:*}" "${rest//\*/${p#*:}}"; done ;;
-    *%) for p in $die; do add "${name%?}${p%:*}" "${rest//%/${p#*:}}"; done ;;
-    *) add "$name" "$rest" ;;
-  esac
+  for v in f1 f2 fast gap dnr lost at die; do rest=${rest//\$$v/${!v}} name=${name//\$$v/${!v}}; done
+  items=("") && [[ $name =~ \{(.*)\} ]] && IFS=, read -r -a items <<<"${BASH_REMATCH[1]}"
+  for p in "${items[@]}"; do n=${name/\{*\}/${p%%:*}} && names+=("$n") && row[$n]=${rest//\{\}/${p#*:}}; done
 done <<<"$table"
+[ "${1:-}" != --groups ] ||
+  { printf '%s\n' "${names[@]%%/*}" | awk -v w="${2:-}" '$0 != "faults" && /^wine-/ == (w != "") && !seen[$0]++' && exit; }
 
+jobs=1 && [ "${1:-}" = --jobs ] && jobs=$2 && shift 2
+cli=${QMLOAD_CLI:?} wrap=${QMLOAD_WRAP:-} pattern=${1:?pattern}
+needSim && { [ -z "$wrap" ] || "$wrap" --warm-up >/dev/null 2>&1 || missing_prereq "a working Wine prefix"; }
+top=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX") failed=0
+trap 'work=$top && { [ "$failed" = 0 ] || keepWork=1; } && cleanup' EXIT
 runRow() { # NAME: its scenario in a folder of its own; one line: the outcome and what each device printed
-  local sims args checks action
-  IFS='|' read -r sims args checks action <<<"${row[$1]}"
+  local sims args checks action && IFS='|' read -r sims args checks action <<<"${row[$1]}"
   work=$top/${1//\//-} && mkdir -p "$work" && echo nonsense >"$work/bad.alf"
-  [[ $args == *boot.alf* ]] && "$tool" make "$work/boot.alf" 0x08001000 600 0x08030000 100
-  scenario "$(trim "$sims")" "$(trim "$args")" "$(trim "$checks")" "$(trim "$action")" && echo "ok    $1 (${secs}s): $observed" ||
+  [[ $args == *boot.alf* ]] && image make "$work/boot.alf" 0x08001000 600 0x08030000 100
+  scenario "$sims" "$args" "$checks" "$action" && echo "ok    $1 (${secs}s): $observed" ||
     fail "$1 (${secs}s): ${problems[*]}; devices: $observed"
 }
 started=$SECONDS ran=()
 for name in "${names[@]}"; do
   [[ $name =~ ^$pattern(/|$) ]] || continue
-  [ -z "$wrap" ] || [ ${#coms[@]} -gt 0 ] || [[ ${row[$name]} =~ ^\ *(ser2net|pyserial) ]] || mapCom COM20 # a local device
+  [ -z "$wrap" ] || [ ${#coms[@]} -gt 0 ] || [[ ${row[$name]} =~ ^(ser2net|pyserial) ]] || mapCom COM20 # a local device
   (runRow "$name") >"$top/${name//\//-}.txt" 2>&1 & ran+=("$name")
   [ "$(jobs -rp | wc -l)" -lt "$jobs" ] || wait -n
 done
 wait
-for name in "${ran[@]}"; do
-  grep -q '^ok ' "$top/${name//\//-}.txt" || failed=$((failed + 1))
-  cat "$top/${name//\//-}.txt"
-done
+for name in "${ran[@]}"; do cat "$top/${name//\//-}.txt" && grep -q '^ok ' "$top/${name//\//-}.txt" || failed=$((failed + 1)); done
 [ ${#ran[@]} -gt 0 ] || fail "no scenario named $pattern"
 echo "took $((SECONDS - started)) s" && echo "${pattern%%/*}: $((${#ran[@]} - failed)) passed, $failed failed"
 [ "$failed" = 0 ]

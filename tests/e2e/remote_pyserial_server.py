@@ -1,6 +1,5 @@
-"""python3-serial's RFC 2217 server example, as shipped, on a pseudo-terminal.
-Usage: remote_pyserial_server.py TCPPORT PTY. A pty has no DTR, RTS or modem lines (their
-ioctls fail and the example drops the client); the device protocol uses none: no-ops here."""
+"""remote_pyserial_server.py TCPPORT PTY: python3-serial's RFC 2217 server example, as shipped, on a pty. A pty
+has no DTR, RTS or modem lines (their ioctls fail and the example drops the client); the device uses none."""
 import runpy, sys
 import serial.rfc2217, serial.serialposix
 

@@ -33,14 +33,13 @@ void readImage(const std::string& file) {
 
 void buildImage(const std::vector<std::string>& parts) {
   const std::string map = fuzzPut("__output__.map", parts[0]), cfg = fuzzPut("test.cpp_CFG.bin", parts[1]);
-  char header[64], original[64];
-  for (int i = 0; i < 64; ++i) header[i] = original[i] = char(0xA5 ^ i);
-  const bool found = readMapSymbols(map, reinterpret_cast<uint8_t*>(header));
+  uint8_t header[64], original[64];
+  for (int i = 0; i < 64; ++i) header[i] = original[i] = uint8_t(0xA5 ^ i);
+  const bool found = readMapSymbols(map, header);
   // Its fields: entry..remoteRegTables (0-19), exeAddr and exeSize (28-35).
   fuzzCheck(!std::memcmp(header + 20, original + 20, 8) && !std::memcmp(header + 36, original + 36, 28),
             "lookup wrote outside its fields");
-  const uint32_t exeAddr = readLe32(reinterpret_cast<uint8_t*>(header + 28)) - 0x08000000;
-  const uint32_t exeSize = readLe32(reinterpret_cast<uint8_t*>(header + 32));
+  const uint32_t exeAddr = readLe32(header + 28) - 0x08000000, exeSize = readLe32(header + 32);
   if (!found || uint64_t(exeAddr) + exeSize > 0x50000) return;
   std::string flash(exeAddr + exeSize + 16, '\0'); // longer than the program: an offset off by one shows
   for (std::size_t i = 0; i < flash.size(); ++i) flash[i] = char(i * 131 + 7);
@@ -51,7 +50,8 @@ void buildImage(const std::vector<std::string>& parts) {
   fuzzCheck(built == std::filesystem::exists(out) && (!built || parts[1].size() >= 64), "output wrong or missing");
   if (!built) return;
   std::string want = "AELF" + parts[1].substr(0, 64) + flash.substr(exeAddr, exeSize) + parts[2];
-  want.replace(4, 20, header, 20).replace(32, 8, header + 28, 8);
+  const char* fields = reinterpret_cast<const char*>(header);
+  want.replace(4, 20, fields, 20).replace(32, 8, fields + 28, 8);
   for (int i = 0; i < 4; ++i) want[48 + i] = char(parts[2].size() >> (8 * i));
   fuzzCheck(fuzzRead(out) == want, "output is not AELF + header + program at exeAddr + resources");
   readImage(want);

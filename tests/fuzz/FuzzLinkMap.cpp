@@ -18,8 +18,8 @@ LinkMap readMap(const std::string& text) {
 }
 
 void rewrite(const std::vector<std::string>& parts) {
-  const std::string list = fuzzPut("funcList.txt", parts[0]), script = fuzzPut("target.ld", parts[2]);
-  const std::string out = fuzzPath("target_out.ld");
+  const std::string list = fuzzPut("funcList.txt", parts[0]), script = fuzzPut("target.ld", parts[2]),
+                    out = fuzzPath("target_out.ld");
   std::remove(out.c_str());
   const RewriteResult result = rewriteLinkerScript(list, fuzzPut("out.map", parts[1]), script, out);
   fuzzCheck(result != RewriteResult::NotWritten && std::filesystem::exists(out) &&

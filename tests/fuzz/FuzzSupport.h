@@ -10,9 +10,7 @@
 #include <vector>
 
 inline void fuzzCheck(bool ok, const char* what) {
-  if (ok) return;
-  std::fprintf(stderr, "fuzz invariant broken: %s\n", what);
-  std::abort();
+  if (!ok) std::fprintf(stderr, "fuzz invariant broken: %s\n", what), std::abort();
 }
 
 // <this process's scratch folder>/<name>; the folder goes at exit.
@@ -34,14 +32,13 @@ inline std::string fuzzRead(const std::string& path) {
 
 // The input split at NUL bytes into `parts` files; the last keeps any further NULs.
 inline std::vector<std::string> fuzzSplit(const uint8_t* data, std::size_t size, std::size_t parts) {
-  std::vector<std::string> out(parts);
-  for (std::size_t i = 0, index = 0; i < size; ++i) {
-    if (data[i] == 0 && index + 1 < parts)
-      ++index;
+  std::vector<std::string> out(1);
+  for (std::size_t i = 0; i < size; ++i)
+    if (data[i] != 0 || out.size() == parts)
+      out.back() += char(data[i]);
     else
-      out[index] += char(data[i]);
-  }
-  return out;
+      out.emplace_back();
+  return out.resize(parts), out;
 }
 
 // The readers' diagnostics on standard output only slow the fuzzer down.

@@ -15,7 +15,7 @@
 #endif
 
 inline std::string testName() {
-  const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
+  const auto* info = testing::UnitTest::GetInstance()->current_test_info();
   return std::string(info->test_suite_name()) + "." + info->name();
 }
 inline std::string testFolder() {
@@ -55,4 +55,10 @@ inline std::string endCapture() {
   dup2(savedStdout, 1);
   close(savedStdout);
   return text;
+}
+// What `run` returns and what it wrote to stdout (braces: run() goes first).
+template <class Run>
+auto captured(Run run) {
+  startCapture();
+  return std::pair{run(), endCapture()};
 }

@@ -1,7 +1,6 @@
 #pragma once
-// A pseudo-terminal: the code under test opens the slave path like a serial device,
-// the test plays the device on the master. Our own slave descriptor keeps the line
-// up between opens and lets the host's baud rate be read.
+// A pseudo-terminal: the code under test opens the slave path as its serial device, the test plays
+// the device on the master. Our own slave descriptor keeps the line up and shows the host's baud rate.
 #include <poll.h>
 #include <pty.h>
 #include <termios.h>
@@ -15,12 +14,10 @@ class PtyPair {
 public:
   PtyPair() {
     char name[256] = {};
-    if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0) return;
-    path_ = name;
-    termios t{};
-    tcgetattr(slave_, &t);
-    cfmakeraw(&t);
-    tcsetattr(slave_, TCSANOW, &t);
+    termios raw{};
+    cfmakeraw(&raw);
+    cfsetspeed(&raw, B9600);
+    if (openpty(&master_, &slave_, name, &raw, nullptr) == 0) path_ = name;
   }
   ~PtyPair() { hangUp(); }
   bool ok() const { return master_ >= 0; }
@@ -33,20 +30,18 @@ public:
   std::uint32_t hostBaud() const {
     termios t{};
     tcgetattr(slave_, &t);
-    const speed_t speeds[] = {B9600, B19200, B38400, B115200, B921600};
-    const std::uint32_t bauds[] = {9600, 19200, 38400, 115200, 921600};
-    for (int i = 0; i < 5; ++i)
-      if (cfgetispeed(&t) == speeds[i]) return bauds[i];
+    const std::pair<speed_t, std::uint32_t> bauds[] = {
+        {B9600, 9600}, {B19200, 19200}, {B38400, 38400}, {B115200, 115200}, {B921600, 921600}};
+    for (const auto& [speed, baud] : bauds)
+      if (cfgetispeed(&t) == speed) return baud;
     return 0;
   }
-  void send(const std::vector<std::uint8_t>& bytes) const {
-    for (std::size_t done = 0; done < bytes.size();) {
-      const ssize_t n = ::write(master_, bytes.data() + done, bytes.size() - done);
-      if (n <= 0) return;
+  template <class Bytes> // a string or a byte vector
+  void send(const Bytes& bytes) const {
+    ssize_t n = 0;
+    for (std::size_t done = 0; done < bytes.size() && (n = ::write(master_, &bytes[done], bytes.size() - done)) > 0;)
       done += static_cast<std::size_t>(n);
-    }
   }
-  void send(const std::string& text) const { send(std::vector<std::uint8_t>(text.begin(), text.end())); }
   // What the host wrote, gathered until waitMs pass without a byte.
   std::vector<std::uint8_t> receive(int waitMs) const {
     std::vector<std::uint8_t> out;

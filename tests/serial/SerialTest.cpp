@@ -1,24 +1,19 @@
-// SerialPort: a closed port and refused settings everywhere; on POSIX also a
-// pseudo-terminal, the test playing the device on its master side.
+// SerialPort: a closed port and refused settings; on POSIX a pseudo-terminal, the test playing the device.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <functional>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "base/Console.h"
 #include "serial/SerialPort.h"
+#ifndef _WIN32
+#include "tests/serial/PtyPair.h"
+#endif
 
-namespace {
-
-const std::string kNotOpen = "com port is not open!\r\n";
-const std::string kDataBits = "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n";
-const std::string kMissing = "no-such-port-for-qmload-tests";
-
-// What the calls printed, each message with the port it names.
+// What the calls printed, each message with the port it names (also used by SerialWin32Test.cpp).
 std::string printed(const std::function<void()>& run, std::string* about = nullptr) {
   std::string text;
   const ConsoleSink before = setConsoleSink([&](std::string_view t, std::string_view port) {
@@ -30,13 +25,18 @@ std::string printed(const std::function<void()>& run, std::string* about = nullp
   return text;
 }
 
-TEST(SerialClosed, ReadsAndWritesReportAndFail) {
+namespace {
+
+const std::string kNotOpen = "com port is not open!\r\n";
+const std::string kDataBits = "Error opening port: The number of data bits should be from 5 to 8 bits.\r\n";
+const std::string kMissing = "no-such-port-for-qmload-tests";
+
+TEST(SerialClosed, CallsReportAndFailOpensCheckDataBitsFirst) {
   SerialPort port;
   std::stringstream stream("abc");
-  const std::uint8_t bytes[] = {1, 2, 3};
-  std::uint8_t buffer[8];
-  const std::string text = printed([&] {
-    EXPECT_FALSE(port.write(bytes, sizeof bytes) || port.write(std::uint8_t{7}) || port.write("t") ||
+  std::uint8_t buffer[8] = {1, 2, 3};
+  const std::string calls = printed([&] {
+    EXPECT_FALSE(port.write(buffer, 3) || port.write(std::uint8_t{7}) || port.write("t") ||
                  port.write(std::string("s")) || port.write(42) || port.write(1.5f) || port.write(2.5) ||
                  port.write(stream) || port.read(buffer, 8) != 0 || port.readByte() != 0 || port.readLine() != "" ||
                  port.readWord() != "" || port.available() != 0);
@@ -44,38 +44,19 @@ TEST(SerialClosed, ReadsAndWritesReportAndFail) {
   });
   std::string expected;
   for (int i = 0; i < 12; ++i) expected += kNotOpen; // every call ran: each returned its failure
-  EXPECT_EQ(text, expected);
-}
-
-TEST(SerialClosed, DataBitsAreCheckedFirstThenTheDeviceIsLookedFor) {
-  for (const auto& [dataBits, stop, text] : {std::tuple{9, 0u, kDataBits},
-                                             {4, 0u, kDataBits},
-                                             {5, 2u, "Error opening port\r\n"},
-                                             {6, 1u, "Error opening port\r\n"}}) {
-    SerialPort port;
+  EXPECT_EQ(calls, expected);
+  // The data bits are checked first, then the device is looked for.
+  const std::tuple<int, std::uint32_t, std::string> opens[] = {
+      {9, 0, kDataBits}, {4, 0, kDataBits}, {5, 2, "Error opening port\r\n"}, {6, 1, "Error opening port\r\n"}};
+  for (const auto& [dataBits, stop, text] : opens) {
     std::string about;
     EXPECT_EQ(printed([&] { EXPECT_FALSE(port.open(kMissing, 9600, 2, std::uint8_t(dataBits), stop)); }, &about), text);
     EXPECT_EQ(about, kMissing);
-    EXPECT_EQ(port.portName(), kMissing);
-    EXPECT_FALSE(port.isOpen());
+    EXPECT_TRUE(port.portName() == kMissing && !port.isOpen()) << port.portName();
   }
-  std::vector<std::string> list{"stale entry"};
-  SerialPort().listPorts(list);
-  for (const auto& name : list) EXPECT_NE(name, "stale entry");
 }
 
-} // namespace
-
 #ifndef _WIN32
-#include <sys/stat.h>
-
-#include <chrono>
-#include <cstdlib>
-
-#include "tests/serial/PtyPair.h"
-
-namespace {
-
 using std::chrono::milliseconds;
 
 class SerialPty : public testing::Test {
@@ -95,7 +76,7 @@ protected:
   SerialPort port;
 };
 
-TEST_F(SerialPty, ReadsEndAtAFullBufferOrTheGap) {
+TEST_F(SerialPty, ReadsEndAtAFullBufferOrTheGapWritesSendTheirBytes) {
   EXPECT_EQ(read(16), ""); // idle: at once
   sendAndWait("0123456789");
   EXPECT_EQ(read(4), "0123");
@@ -115,8 +96,7 @@ TEST_F(SerialPty, ReadsEndAtAFullBufferOrTheGap) {
   sendAndWait(std::string("pq\0r\n", 5));
   EXPECT_EQ(port.readWord(), "pq");
   std::string out = "old";
-  EXPECT_TRUE(port.readLine(out));
-  EXPECT_EQ(out, "r");
+  EXPECT_TRUE(port.readLine(out) && out == "r") << out;
   sendAndWait("junk");
   port.purge();
   EXPECT_EQ(port.available(), 0u);
@@ -125,15 +105,11 @@ TEST_F(SerialPty, ReadsEndAtAFullBufferOrTheGap) {
     pty.send(std::string("Z"));
   });
   std::uint8_t z = 0;
-  EXPECT_TRUE(port.readByte(z)); // waits
+  EXPECT_TRUE(port.readByte(z) && z == 'Z') << z; // waits
   byte.join();
-  EXPECT_EQ(z, 'Z');
-}
 
-TEST_F(SerialPty, WritesSendTheirBytes) {
   const std::uint8_t raw[] = {0x00, 0xFF, 0x10};
-  std::stringstream stream;
-  stream << "s" << 5;
+  const std::stringstream stream("s5");
   const std::string text = "str";
   EXPECT_TRUE(port.write(raw, sizeof raw) && port.write(std::uint8_t{'B'}) && port.write("txt") && port.write(text) &&
               port.write(std::string("tmp")) && port.write(-42) && port.write(1.5f) && port.write(2.25) &&
@@ -143,10 +119,8 @@ TEST_F(SerialPty, WritesSendTheirBytes) {
 }
 
 TEST_F(SerialPty, ReopenHeldPortStopBitsAndHangUp) {
-  EXPECT_TRUE(port.open(pty.slavePath(), 921600));
-  EXPECT_EQ(pty.hostBaud(), 921600u);
-  EXPECT_TRUE(port.open(pty.slavePath()));
-  EXPECT_EQ(pty.hostBaud(), 9600u); // the stored default
+  EXPECT_TRUE(port.open(pty.slavePath(), 921600) && pty.hostBaud() == 921600) << pty.hostBaud();
+  EXPECT_TRUE(port.open(pty.slavePath()) && pty.hostBaud() == 9600) << pty.hostBaud(); // the stored default
   SerialPort second;
   EXPECT_EQ(printed([&] { EXPECT_FALSE(second.open(pty.slavePath(), 9600)); }), "Error opening port\r\n");
   EXPECT_EQ(printed([&] { EXPECT_FALSE(port.open(pty.slavePath(), 9600, 2, 6, 1)); }),
@@ -158,8 +132,7 @@ TEST_F(SerialPty, ReopenHeldPortStopBitsAndHangUp) {
     pty.hangUp();
     std::uint8_t buffer[8];
     EXPECT_EQ(port.available() + port.read(buffer, 8), 0u);
-    EXPECT_TRUE(port.lost());
-    EXPECT_FALSE(port.write("x") || port.waitForInput(1000));
+    EXPECT_TRUE(port.lost() && !port.write("x") && !port.waitForInput(1000));
     port.close();
     EXPECT_FALSE(port.write("x"));
     EXPECT_FALSE(port.open(pty.slavePath(), 9600, 2, 6, 1)); // the node is gone: only that is reported
@@ -172,30 +145,25 @@ TEST(SerialPorts, SimulatorLinksAreListedAfterTheMachinesPorts) {
   PtyPair pty;
   char dir[] = "/tmp/qmload-serial-test-XXXXXX";
   ASSERT_TRUE(pty.ok() && mkdtemp(dir));
-  const std::string good = std::string(dir) + "/sim-a", stale = std::string(dir) + "/sim-b";
-  const std::string other = std::string(dir) + "/not-a-pty";
+  const std::string good = std::string(dir) + "/sim-a", stale = good + "-stale", other = good + "-not-a-pty";
   ASSERT_EQ(symlink(pty.slavePath().c_str(), good.c_str()) | symlink("/dev/pts/999999", stale.c_str()) |
                 symlink("/dev/null", other.c_str()),
             0);
   setenv("QMLOAD_SIM_DIR", dir, 1);
   SerialPort port;
-  std::vector<std::string> list;
+  std::vector<std::string> list{stale}; // replaced
   port.listPorts(list);
-  ASSERT_FALSE(list.empty());
-  EXPECT_EQ(list.back(), good);
+  ASSERT_TRUE(!list.empty() && list.back() == good);
   EXPECT_EQ(std::count(list.begin(), list.end(), stale) + std::count(list.begin(), list.end(), other), 0);
   std::string expected;
   for (const auto& name : list) expected += name + "\n";
   EXPECT_EQ(printed([&] { EXPECT_EQ(port.printPorts(), expected.size()); }), expected);
-  EXPECT_TRUE(port.findPort());
-  EXPECT_EQ(port.foundPortName(), list.front());
-  SerialPort opened(good, 38400);
-  EXPECT_TRUE(opened.isOpen());
-  EXPECT_EQ(pty.hostBaud(), 38400u);
+  EXPECT_TRUE(port.findPort() && port.foundPortName() == list.front()) << port.foundPortName();
+  EXPECT_TRUE(SerialPort(good, 38400).isOpen() && pty.hostBaud() == 38400) << pty.hostBaud();
   unsetenv("QMLOAD_SIM_DIR");
   for (const auto& f : {good, stale, other}) unlink(f.c_str());
   rmdir(dir);
 }
 
-} // namespace
 #endif
+} // namespace

@@ -1,45 +1,41 @@
-// The Windows backend against a stand-in communications API: this program's own
-// import slots are pointed at recorders, so the exact DCB, time-outs, port scan and
-// the failure texts of calls a real port seldom fails can be seen.
+// The Windows backend against a stand-in communications API, so that the exact DCB, time-outs, port scan
+// and the texts of failures a real port seldom has can be seen.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <functional>
-#include <string>
+#include <tuple>
+#include <utility>
 
 #include "base/Console.h"
 #include "serial/SerialPort.h"
 
+// This program's import slots (the linker names each __imp_<function>), pointed at the recorders below.
+extern "C" void *__imp_CreateFileA, *__imp_CloseHandle, *__imp_GetCommState, *__imp_SetCommState,
+    *__imp_GetCommTimeouts, *__imp_SetCommTimeouts, *__imp_ClearCommError, *__imp_ReadFile, *__imp_WriteFile,
+    *__imp_FlushFileBuffers, *__imp_QueryDosDeviceA;
+// What the calls printed (SerialTest.cpp).
+std::string printed(const std::function<void()>& run, std::string* about = nullptr);
+
 namespace {
 
 HANDLE const kFake = reinterpret_cast<HANDLE>(0x5150);
-std::string failAt, openedPath, dosNames; // failAt: the one call that fails
+std::string failAt, openedPath, dosNames;
 DCB setDcb;
 COMMTIMEOUTS setTimeouts;
 decltype(&CloseHandle) realClose;
-decltype(&CreateFileA) realCreate;
 
-BOOL result(const char* call) {
-  if (failAt != call) return TRUE;
-  SetLastError(ERROR_GEN_FAILURE); // not a lost-line code
-  return FALSE;
+// The call named by failAt fails, with an error that does not mean a lost line.
+BOOL result(const char* call) { return failAt == call ? (SetLastError(ERROR_GEN_FAILURE), FALSE) : TRUE; }
+// Ports named QM... and COM... are the stand-in's; any other is missing.
+HANDLE WINAPI createFile(LPCSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+  const bool ours = std::strncmp(path, "\\\\.\\QM", 6) == 0 || std::strncmp(path, "\\\\.\\COM", 7) == 0;
+  return ours ? (openedPath = path, kFake) : INVALID_HANDLE_VALUE;
 }
-// Ports named QM... and COM... are the stand-in's; any other name is the system's.
-HANDLE WINAPI createFile(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags,
-                         HANDLE from) {
-  if (std::strncmp(path, "\\\\.\\QM", 6) != 0 && std::strncmp(path, "\\\\.\\COM", 7) != 0)
-    return realCreate(path, access, share, security, how, flags, from);
-  openedPath = path;
-  return kFake;
-}
-BOOL WINAPI getState(HANDLE, LPDCB dcb) {
-  const DWORD length = dcb->DCBlength;
-  std::memset(dcb, 0xFF, sizeof *dcb); // what the driver reports: every bit set
-  dcb->DCBlength = length;
-  return result("GetCommState");
-}
+// What the driver reports: every bit of the 24 bytes after the length the caller gave set.
+BOOL WINAPI getState(HANDLE, LPDCB dcb) { return std::memset(&dcb->BaudRate, 0xFF, 24), result("GetCommState"); }
 BOOL WINAPI setState(HANDLE, LPDCB dcb) { return setDcb = *dcb, result("SetCommState"); }
 BOOL WINAPI getTimeouts(HANDLE, LPCOMMTIMEOUTS t) { return std::memset(t, 0x77, sizeof *t), result("GetCommTimeouts"); }
 BOOL WINAPI setTimeoutsHook(HANDLE, LPCOMMTIMEOUTS t) { return setTimeouts = *t, result("SetCommTimeouts"); }
@@ -49,54 +45,28 @@ BOOL WINAPI writeFile(HANDLE, LPCVOID, DWORD size, LPDWORD n, LPOVERLAPPED) { re
 BOOL WINAPI flush(HANDLE) { return result("FlushFileBuffers"); }
 BOOL WINAPI closeHandle(HANDLE h) { return h == kFake ? TRUE : realClose(h); }
 DWORD WINAPI queryDos(LPCSTR, LPSTR out, DWORD) {
-  std::memcpy(out, dosNames.data(), dosNames.size());
-  return static_cast<DWORD>(dosNames.size());
+  return std::memcpy(out, dosNames.data(), dosNames.size()), static_cast<DWORD>(dosNames.size());
 }
 
-// Points this program's import slot of `name` at `hook`; returns what it pointed at.
-void* hookImport(const char* name, void* hook) {
-  auto* base = reinterpret_cast<BYTE*>(GetModuleHandleA(nullptr));
-  auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-  const DWORD imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-  for (auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + imports); dll->Name != 0; ++dll) {
-    auto* names = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->OriginalFirstThunk);
-    auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->FirstThunk);
-    for (; names->u1.AddressOfData != 0; ++names, ++slot) {
-      if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal) ||
-          std::strcmp(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData)->Name, name) != 0)
-        continue;
-      DWORD was;
-      VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &was);
-      void* old = reinterpret_cast<void*>(slot->u1.Function);
-      slot->u1.Function = reinterpret_cast<ULONG_PTR>(hook);
-      VirtualProtect(slot, sizeof *slot, was, &was);
-      return old;
-    }
-  }
-  ADD_FAILURE() << name << " is not imported";
-  return nullptr;
-}
-
-std::string printed(const std::function<void()>& run) {
-  std::string text;
-  const ConsoleSink before = setConsoleSink([&](std::string_view t, std::string_view) { text += t; });
-  run();
-  setConsoleSink(before);
-  return text;
+// Points an import slot at a recorder; returns what it pointed at.
+void* hook(void*& slot, void* recorder) {
+  DWORD was;
+  VirtualProtect(&slot, sizeof slot, PAGE_READWRITE, &was);
+  return std::exchange(slot, recorder);
 }
 
 class SerialWin32 : public testing::Test {
 protected:
   static void SetUpTestSuite() {
-    realClose = reinterpret_cast<decltype(&CloseHandle)>(hookImport("CloseHandle", (void*)closeHandle));
-    realCreate = reinterpret_cast<decltype(&CreateFileA)>(hookImport("CreateFileA", (void*)createFile));
-    const std::pair<const char*, void*> hooks[] = {
-        {"GetCommState", (void*)getState},       {"SetCommState", (void*)setState},
-        {"GetCommTimeouts", (void*)getTimeouts}, {"SetCommTimeouts", (void*)setTimeoutsHook},
-        {"ClearCommError", (void*)clearError},   {"ReadFile", (void*)readFile},
-        {"WriteFile", (void*)writeFile},         {"FlushFileBuffers", (void*)flush},
-        {"QueryDosDeviceA", (void*)queryDos}};
-    for (const auto& [name, hook] : hooks) hookImport(name, hook);
+    realClose = reinterpret_cast<decltype(&CloseHandle)>(hook(__imp_CloseHandle, (void*)closeHandle));
+    hook(__imp_CreateFileA, (void*)createFile);
+    const std::pair<void**, void*> hooks[] = {
+        {&__imp_GetCommState, (void*)getState},       {&__imp_SetCommState, (void*)setState},
+        {&__imp_GetCommTimeouts, (void*)getTimeouts}, {&__imp_SetCommTimeouts, (void*)setTimeoutsHook},
+        {&__imp_ClearCommError, (void*)clearError},   {&__imp_ReadFile, (void*)readFile},
+        {&__imp_WriteFile, (void*)writeFile},         {&__imp_FlushFileBuffers, (void*)flush},
+        {&__imp_QueryDosDeviceA, (void*)queryDos}};
+    for (const auto& [slot, recorder] : hooks) hook(*slot, recorder);
   }
   void SetUp() override { failAt.clear(); }
 };
@@ -105,50 +75,37 @@ TEST_F(SerialWin32, OpenWritesTheLineSettingsFlagWordAndTimeouts) {
   // Parity code -> DCB.Parity (an unknown code keeps the driver's), stop code -> DCB.StopBits.
   const struct {
     std::uint32_t parity, stop;
-    std::uint8_t dataBits;
-    BYTE dcbParity, dcbStop;
+    BYTE dataBits, dcbParity, dcbStop;
   } cases[] = {{0, 0, 8, EVENPARITY, ONESTOPBIT},  {1, 2, 8, MARKPARITY, TWOSTOPBITS}, {2, 0, 7, NOPARITY, ONESTOPBIT},
                {3, 1, 5, ODDPARITY, ONE5STOPBITS}, {4, 0, 6, SPACEPARITY, ONESTOPBIT}, {5, 3, 8, 0xFF, 0xFF}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.parity);
     SerialPort port;
-    ASSERT_TRUE(port.open("QMCOM12", 921600, c.parity, c.dataBits, c.stop));
-    EXPECT_EQ(openedPath, "\\\\.\\QMCOM12");
-    EXPECT_EQ(setDcb.Parity, c.dcbParity);
-    EXPECT_EQ(setDcb.StopBits, c.dcbStop);
-    EXPECT_EQ(setDcb.ByteSize, c.dataBits);
-    EXPECT_EQ(setDcb.BaudRate, 921600u);
-    EXPECT_EQ(setDcb.DCBlength, sizeof(DCB));
-    std::uint32_t flags;
+    ASSERT_TRUE(port.open("QMCOM12", 921600, c.parity, c.dataBits, c.stop) && openedPath == "\\\\.\\QMCOM12");
+    std::uint32_t flags; // DSR sensitivity, TX-continue-on-XOFF and reserved bits kept, binary set
     std::memcpy(&flags, reinterpret_cast<const BYTE*>(&setDcb) + offsetof(DCB, BaudRate) + 4, 4);
-    EXPECT_EQ(flags, 0xFFFF80C1u); // DSR sensitivity, TX-continue-on-XOFF and reserved bits kept, binary set
-    EXPECT_EQ(setDcb.wReserved, 0);
-    EXPECT_EQ(setDcb.XonLim, 128);
-    EXPECT_EQ(setDcb.XoffLim, 128);
-    EXPECT_EQ(setDcb.XonChar, 0x11);
-    EXPECT_EQ(setDcb.XoffChar, 0x13);
-    EXPECT_EQ(setDcb.ErrorChar, 0);
-    EXPECT_EQ(static_cast<BYTE>(setDcb.EofChar), 0xFF); // the driver's
+    const DCB& d = setDcb;
+    EXPECT_EQ(std::tuple(d.Parity, d.StopBits, d.ByteSize, d.BaudRate, d.DCBlength, flags, d.wReserved, d.XonLim,
+                         d.XoffLim, d.XonChar, d.XoffChar, d.ErrorChar, BYTE(d.EofChar)),
+              std::tuple(c.dcbParity, c.dcbStop, c.dataBits, DWORD(921600), DWORD(sizeof(DCB)), 0xFFFF80C1u, WORD(0),
+                         WORD(128), WORD(128), char(0x11), char(0x13), char(0), BYTE(0xFF))); // EofChar: the driver's
     const COMMTIMEOUTS want{100, 0, 0, 0, 0};
     EXPECT_EQ(std::memcmp(&setTimeouts, &want, sizeof want), 0);
   }
 }
 
 TEST_F(SerialWin32, RareFailuresHaveTheirOwnTexts) {
-  const struct {
-    const char* call;
-    std::string text;
-  } cases[] = {{"GetCommState", "Error opening port: GetCommState\r\n"},
-               {"SetCommState", "Error opening port: SetCommState\r\n"},
-               {"GetCommTimeouts", "Error opening port: GetCommTimeouts\r\n"},
-               {"SetCommTimeouts", "Error opening port: SetCommTimeouts\r\n"},
-               {"WriteFile", "write error\r\n"},
-               {"FlushFileBuffers", "write error: FlushFileBuffers\r\n"},
-               {"ReadFile", "read error\r\nread error\r\n"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.call);
+  const std::pair<const char*, std::string> cases[] = {{"GetCommState", "Error opening port: GetCommState\r\n"},
+                                                       {"SetCommState", "Error opening port: SetCommState\r\n"},
+                                                       {"GetCommTimeouts", "Error opening port: GetCommTimeouts\r\n"},
+                                                       {"SetCommTimeouts", "Error opening port: SetCommTimeouts\r\n"},
+                                                       {"WriteFile", "write error\r\n"},
+                                                       {"FlushFileBuffers", "write error: FlushFileBuffers\r\n"},
+                                                       {"ReadFile", "read error\r\nread error\r\n"}};
+  for (const auto& [call, expected] : cases) {
+    SCOPED_TRACE(call);
     SerialPort port;
-    failAt = c.call;
+    failAt = call;
     const std::string text = printed([&] {
       std::uint8_t buffer[8];
       if (!port.open("QMCOM1", 9600)) return;
@@ -158,7 +115,7 @@ TEST_F(SerialWin32, RareFailuresHaveTheirOwnTexts) {
         EXPECT_EQ(port.readLine(), "");
       }
     });
-    EXPECT_EQ(text, c.text);
+    EXPECT_EQ(text, expected);
     EXPECT_FALSE(port.lost());
   }
 }
@@ -170,15 +127,11 @@ TEST_F(SerialWin32, ScanKeepsComNamesInTheSystemsOrder) {
   port.listPorts(list);
   EXPECT_EQ(list, (std::vector<std::string>{"COM3", "XCOM2", "COM1"}));
   EXPECT_EQ(printed([&] { EXPECT_EQ(port.printPorts(), 25u); }), "COM3\nXCOM2\nCOM1\n");
-  EXPECT_TRUE(port.findPort());
-  EXPECT_EQ(port.foundPortName(), "COM3");
-  EXPECT_EQ(port.portNumber(), 3);
-  EXPECT_TRUE(port.open());
-  EXPECT_EQ(openedPath, "\\\\.\\COM3");
+  EXPECT_TRUE(port.findPort() && port.foundPortName() == "COM3" && port.portNumber() == 3) << port.foundPortName();
+  EXPECT_TRUE(port.open() && openedPath == "\\\\.\\COM3") << openedPath;
 
   dosNames = std::string("COM9\0\0", 6);
-  EXPECT_TRUE(port.findPort()); // once found, only asks whether any port exists
-  EXPECT_EQ(port.foundPortName(), "COM3");
+  EXPECT_TRUE(port.findPort() && port.foundPortName() == "COM3"); // once found, only asks whether any port exists
   dosNames = std::string("LPT1\0COM\0\0", 10);
   SerialPort none;
   EXPECT_FALSE(none.findPort());

@@ -1,14 +1,14 @@
-// The Windows GUI under Wine: the GDI+ renderer's bitmap (on Xvfb), and the window
-// procedure called directly, with a DROPFILES block made here, and the window's position.
+// The Windows GUI under Wine: the GDI+ renderer's bitmap (on Xvfb), the window procedure and position.
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
 #include <shlobj.h>
 
+#include <array>
 #include <cstring>
 #include <functional>
-#include <string>
+#include <tuple>
 #include <vector>
 
 #include "app/GuiState.h"
@@ -39,8 +39,7 @@ protected:
     if (!hwnd) return;
     GdipRenderer::fontDelete(font);
     renderer.shutdown();
-    DestroyWindow(hwnd);
-    UnregisterClassW(className, GetModuleHandleW(nullptr));
+    DestroyWindow(hwnd); // the class stays registered for the next test
   }
 
   // One frame: the commands on the canvas of a borderless window over the whole area.
@@ -59,8 +58,7 @@ protected:
   GdipFont* font = nullptr;
 };
 
-// A drop handle as the shell makes it: DROPFILES, then the names (ANSI or wide), each
-// ended by a NUL, and one more NUL. The procedure's DragFinish frees it.
+// A drop handle as the shell makes it: DROPFILES, the names (ANSI or wide) each ended by a NUL, one more NUL.
 template <class Char>
 HDROP makeDrop(const std::vector<std::basic_string<Char>>& names) {
   std::basic_string<Char> list;
@@ -90,45 +88,35 @@ TEST_F(RendererTest, ShapesLandWhereNuklearPutsThemInTheirColoursClippedByTheSci
         nk_fill_arc(c, 160, 40, 20, 0.0f, 3.14159265f / 2, nk_rgb(255, 255, 255));
         nk_stroke_line(c, 0, 50, 199, 50, 3, nk_rgb(255, 255, 255));
         nk_stroke_rect(c, nk_rect(10, 60, 30, 30), 0, 2, nk_rgb(255, 0, 0));
-        float points[] = {60, 60, 90, 60, 90, 90, 60, 90};
-        nk_fill_polygon(c, points, 4, nk_rgb(0, 255, 0));
-        float line[] = {110, 60, 140, 90, 170, 60};
-        nk_stroke_polyline(c, line, 3, 3, nk_rgb(0, 0, 255));
+        nk_fill_polygon(c, std::array<float, 8>{60, 60, 90, 60, 90, 90, 60, 90}.data(), 4, nk_rgb(0, 255, 0));
+        nk_stroke_polyline(c, std::array<float, 6>{110, 60, 140, 90, 170, 60}.data(), 3, 3, nk_rgb(0, 0, 255));
         nk_push_scissor(c, nk_rect(180, 60, 10, 10));
         nk_fill_rect(c, nk_rect(175, 55, 20, 20), 0, nk_rgb(255, 255, 0));
       },
       0xFF1E1E1Eu);
-  // Each shape in order, and (false) a corner cut, a box, a half, the arc's other quarters,
-  // the hollow, between the polyline's points, outside the scissor.
-  const struct {
-    int x, y;
-    Gdiplus::ARGB colour;
-    bool is;
-  } pixels[] = {
+  // Each shape, and (false) a corner cut, a box, a half, other quarters, the hollow, between points, outside.
+  const std::tuple<int, int, Gdiplus::ARGB, bool> pixels[] = {
       {5, 5, 0xFF1E1E1Eu, true}, {199, 99, 0xFF1E1E1Eu, true}, {20, 20, red, true},     {55, 25, green, true},
       {40, 10, green, false},    {90, 20, blue, true},         {81, 11, blue, false},   {114, 14, yellow, true},
       {128, 28, yellow, false},  {168, 48, white, true},       {152, 32, white, false}, {168, 32, white, false},
       {100, 50, white, true},    {10, 75, red, true},          {25, 75, red, false},    {75, 75, green, true},
       {140, 89, blue, true},     {140, 65, blue, false},       {185, 65, yellow, true}, {192, 72, yellow, false}};
-  for (const auto& p : pixels) EXPECT_EQ(renderer.pixel(p.x, p.y) == p.colour, p.is) << "at " << p.x << "," << p.y;
+  for (const auto& [x, y, colour, is] : pixels) EXPECT_EQ(renderer.pixel(x, y) == colour, is) << "at " << x << "," << y;
 }
 
-// A missing family gives another installed one, never a font without glyphs.
 class RendererFontTest : public RendererTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(RendererFontTest, TextIsDrawnAndMeasuredInTheFont) {
   const std::string asked = GetParam();
   GdipFont* used = renderer.fontCreate(std::wstring(asked.begin(), asked.end()).c_str(), 14);
   ASSERT_TRUE(used != nullptr && used->font != nullptr);
-  if (asked == "Arial")
-    EXPECT_EQ(used->family, asked) << "the test prefix maps Arial to Liberation Sans";
-  else
-    EXPECT_TRUE(!used->family.empty() && used->family != asked) << used->family;
+  // The test prefix maps Arial to Liberation Sans; a missing family gives another one.
+  EXPECT_TRUE(asked == "Arial" ? used->family == asked : !used->family.empty() && used->family != asked)
+      << used->family;
   EXPECT_FLOAT_EQ(used->nk.height, 14.0f);
   const float open = used->nk.width(used->nk.userdata, used->nk.height, "Open", 4);
-  const float twice = used->nk.width(used->nk.userdata, used->nk.height, "OpenOpen", 8);
   EXPECT_TRUE(open > 20.0f && open < 40.0f) << open;
-  EXPECT_NEAR(twice, 2 * open, 2.0f);
+  EXPECT_NEAR(used->nk.width(used->nk.userdata, used->nk.height, "OpenOpen", 8), 2 * open, 2.0f);
   frame([used](nk_command_buffer* c) {
     nk_draw_text(c, nk_rect(10, 10, 100, 20), "Open", 4, &used->nk, nk_rgb(0, 0, 0), nk_rgb(255, 255, 255));
   });
@@ -143,7 +131,7 @@ TEST_P(RendererFontTest, TextIsDrawnAndMeasuredInTheFont) {
 
 INSTANTIATE_TEST_SUITE_P(Families, RendererFontTest, ::testing::Values("Arial", "No Such Family 7f3a"));
 
-TEST(DropFiles, TheLastDroppedFileReplacesTheProgramPathAndTheHandleIsReleased) {
+TEST(WindowProc, LastDropReplacesTheProgramPathWakeUpDoesNothingDestroyPostsQuitZero) {
   setProgramPath("./from/the/command/line.alf");
   HDROP handle = makeDrop<char>({"C:\\fw\\first.alf", "C:\\fw\\second.alf", "D:\\images\\third one.alf"});
   EXPECT_EQ(drop(handle), 0);
@@ -154,12 +142,8 @@ TEST(DropFiles, TheLastDroppedFileReplacesTheProgramPathAndTheHandleIsReleased) 
   const std::string longName = "C:\\" + std::string(400, 'x') + ".alf";
   drop(makeDrop<char>({longName}));
   EXPECT_EQ(programPath, longName.substr(0, 259)) << "cut to the buffer: 260 characters with the NUL";
-}
-
-TEST(WindowProc, WakeUpDoesNothingAndDestroyPostsQuitWithExitCodeZero) {
-  setProgramPath("C:\\same.alf");
-  EXPECT_EQ(windowProc(nullptr, WM_USER, 0, 0), 0);
-  EXPECT_EQ(programPath, "C:\\same.alf");
+  EXPECT_EQ(windowProc(nullptr, WM_USER, 0, 0), 0); // a wake-up changes nothing
+  EXPECT_EQ(programPath, longName.substr(0, 259));
   EXPECT_EQ(windowProc(nullptr, WM_DESTROY, 0, 0), 0);
   MSG msg;
   ASSERT_TRUE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
@@ -168,13 +152,10 @@ TEST(WindowProc, WakeUpDoesNothingAndDestroyPostsQuitWithExitCodeZero) {
 }
 
 TEST(WindowPosition, SitsHalfTheWidthLeftAndTheFullHeightAboveTheCentre) {
-  const struct {
-    int width, height;
-    LONG x, y;
-  } cases[] = {{1920, 1080, 820, 380}, {1366, 768, 543, 224}, {1023, 767, 371, 223} /* the halves truncate */};
-  for (const auto& c : cases) {
-    const POINT p = windowPosition(c.width, c.height);
-    EXPECT_EQ(p.x, c.x) << c.width;
-    EXPECT_EQ(p.y, c.y) << c.height;
+  // {screen width, height, x, y}; the halves truncate.
+  for (const auto& [width, height, x, y] :
+       {std::array{1920, 1080, 820, 380}, {1366, 768, 543, 224}, {1023, 767, 371, 223}}) {
+    const POINT p = windowPosition(width, height);
+    EXPECT_EQ(std::pair(p.x, p.y), std::pair(LONG(x), LONG(y))) << width << "x" << height;
   }
 }
