@@ -7,8 +7,8 @@
 #include "app/GuiStyle.h"
 #include "app/StartScreen.h"
 #include "image/AelfImage.h"
-#include "tests/linkmap/TestFiles.h"
 #include "tests/support/FakeLink.h"
+#include "tests/support/TestFiles.h"
 
 namespace fs = std::filesystem;
 using namespace StartScreenSpace;
@@ -228,7 +228,7 @@ TEST_F(ScreenTest, ToolchainRowAndFlushWorkOnTheFilesTwoFoldersUp) {
   EXPECT_EQ(readFile(root + "target_out.ld", std::ios::in), readFile(examples + "golden/target_out.ld"));
 }
 
-TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPath) {
+TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPathAndInfoOptionsOpenNoWindow) {
   static std::string seen; // what the GUI would start with: the path, the screens and the ports init listed
   char prog[] = "qmload", first[] = "first.alf", second[] = "second.alf";
   char* argv[] = {prog, first, second, nullptr};
@@ -237,6 +237,14 @@ TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPath) {
     const auto runGui = [](Application& a) { seen = programPath + std::to_string(a.screens.size()) + portNames.at(0); };
     EXPECT_TRUE(appMain(argc, argv, runGui) == 0 && app.screens.empty()); // the screen lived in appMain's frame
     EXPECT_EQ(seen, argc == 1 ? "1COM4" : "first.alf1COM4");
+  }
+  for (std::string option : {"--version", "--help", "-h"}) { // answered on stdout before any window opens
+    char* args[] = {prog, option.data(), nullptr};
+    const auto [result, out] = captured([&] { // the flush stands for the program's exit that follows
+      const int exitCode = appMain(2, args, [](Application&) { seen = "window"; });
+      return std::fflush(stdout), exitCode;
+    });
+    EXPECT_TRUE(result == 0 && seen != "window" && out.rfind(option == "--version" ? "qmload 1." : "Usage:", 0) == 0);
   }
 }
 

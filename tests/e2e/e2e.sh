@@ -35,7 +35,7 @@ exit-codes/{bad-baud:--port @0 --baud 12345,no-port:,bad-framing:--port @0 --fra
 remote/pyserial        | pyserial               | flash --port @0 @img            | ok
 remote/mixed           | ser2net --id 0x00000001-00000000-00000000+--id 0x00000002-00000000-00000000+ser2net --id 0x00000003-00000000-00000000 | flash --port @0 --port @1 --port @2 @img | ok '@2: ok 0x00000003-00000000-00000000'
 remote/killed          | ser2net --write-ms 100 | flash --port @0 --json @img     | =1 '@0: the server closed the connection' '"event":"error"' | server:8
-remote/refused         | -                      | identify --port rfc2217://127.0.0.1:1 | =1 'Error opening port: rfc2217://127.0.0.1:1: connection refused'
+remote/refused-or-malformed | - | flash --port rfc2217://127.0.0.1:1 --port rfc2217://[::1 --port rfc2217://[::1]x --port rfc2217://h --port rfc2217://:80 --port rfc2217://h:123456 --port rfc2217://h:8x --port rfc2217://h:65536 @img | =1 'Error opening port: rfc2217://127.0.0.1:1: connection refused' 'rfc2217://[::1]x: expected rfc2217://HOST:PORT' 'rfc2217://:80: expected' 'rfc2217://h:65536: expected' 'rfc2217://h: Cannot open port'
 wine-lost/{hangup,vanish} | --write-ms 100 --{}-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
 wine-lost/killed       | --write-ms 100         | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0' | KILL:8
 faults/baseline{:$fast,-gap:$gap,-115200:--baud 115200 --framing fast} | - | $f1 {} @img | ok

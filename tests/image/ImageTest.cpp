@@ -4,7 +4,7 @@
 #include "image/AelfImage.h"
 #include "image/Builder.h"
 #include "image/MapSymbols.h"
-#include "tests/linkmap/TestFiles.h"
+#include "tests/support/TestFiles.h"
 
 namespace fs = std::filesystem;
 

@@ -3,7 +3,7 @@
 
 #include "linkmap/LinkMap.h"
 #include "linkmap/Rewriter.h"
-#include "tests/linkmap/TestFiles.h"
+#include "tests/support/TestFiles.h"
 
 namespace fs = std::filesystem;
 

@@ -1,6 +1,6 @@
 #pragma once
-// File helpers of the toolchain tests: a fresh folder per test, whole-file reads
-// and writes, and stdout captured at its file descriptor.
+// File helpers of the tests: a fresh folder per test, whole-file reads and writes,
+// and stdout captured at its file descriptor.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ inline std::string testName() {
   return std::string(info->test_suite_name()) + "." + info->name();
 }
 inline std::string testFolder() {
-  const std::filesystem::path dir = std::filesystem::temp_directory_path() / "qmload-tests" / testName();
+  const auto dir = std::filesystem::temp_directory_path() / "qmload-tests" / testName();
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
   return dir.string() + "/";
