@@ -27,15 +27,21 @@ public:
     master_ = slave_ = -1;
   }
   const std::string& slavePath() const { return path_; }
-  std::uint32_t hostBaud() const {
+  // The host's line as "BAUD PARITY STOP-BITS". A pty keeps 8 data bits and no parity enable: even parity reads
+  // "none", and 1.5 stop bits "2".
+  std::string hostLine() const {
     termios t{};
     tcgetattr(slave_, &t);
-    const std::pair<speed_t, std::uint32_t> bauds[] = {
-        {B9600, 9600}, {B19200, 19200}, {B38400, 38400}, {B115200, 115200}, {B921600, 921600}};
-    for (const auto& [speed, baud] : bauds)
-      if (cfgetispeed(&t) == speed) return baud;
-    return 0;
+    const std::pair<speed_t, const char*> bauds[] = {
+        {B9600, "9600"}, {B19200, "19200"}, {B38400, "38400"}, {B115200, "115200"}, {B921600, "921600"}};
+    std::string baud = "0";
+    for (const auto& [speed, text] : bauds)
+      if (cfgetispeed(&t) == speed) baud = text;
+    const char* const parities[] = {"none", "odd", "space", "mark"}; // by the odd and stick flags
+    return baud + " " + parities[(t.c_cflag & PARODD ? 1 : 0) + (t.c_cflag & CMSPAR ? 2 : 0)] +
+           (t.c_cflag & CSTOPB ? " 2" : " 1");
   }
+  std::uint32_t hostBaud() const { return std::stoul(hostLine()); }
   template <class Bytes> // a string or a byte vector
   void send(const Bytes& bytes) const {
     ssize_t n = 0;
