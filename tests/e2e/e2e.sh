@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # e2e.sh [--jobs N] PATTERN: the rows named PATTERN[/...] of qmload-cli's scenario table (lib.sh)
-# on ptys, RFC 2217 servers and, under Wine (QMLOAD_WRAP), COM ports; faults/ is the fault matrix.
+# on ptys, RFC 2217 servers and, under Wine (QMLOAD_WRAP), COM ports; the fault matrix, rows of the
+# same form, is tests/faults/matrix.txt.
 # e2e.sh --groups [wine]: the names before "/", a test each (the wine-* ones with "wine").
 set -uo pipefail
 . "$(dirname "$0")/lib.sh"
@@ -11,7 +12,7 @@ set -uo pipefail
 at="discovery:1,start:2,first-check:3,first-write:4,middle-write:10,header-write:16,finish:17"
 die="discovery:1,start:2,first-check:3,middle-write:10,header-write:16" f1="flash --port @0" f2="flash --port @0 --port @1"
 dnr="Device not response" lost="Port lost" fast="--baud auto --framing fast --erase-timeout 2" gap="--baud auto --framing gap --erase-timeout 2"
-table=$(sed -E 's/ *\| */|/g; s/ +$//' <<'ROWS'
+table=$(sed -E '/^#/d; s/ *\| */|/g; s/ +$//' - "$root/tests/faults/matrix.txt" <<'ROWS'
 identify/{9600,38400,115200,921600} | --baud {} --id 0x01020304-a0b0c0d0-deadbeef | identify --port @0 --baud auto --json | '"id":"0x01020304-a0b0c0d0-deadbeef"' '"baud":{}'
 flash                  | -                      | flash --port @0 --json @img     | =0 dump json '"event":"found"' '"event":"progress"' '"event":"done","port":"@0","seconds":' '"bytes":1305}'
 flash-gap              | --baud 921600          | flash --port @0 --baud 921600 --framing gap --quiet @img | =0 dump
@@ -38,27 +39,6 @@ remote/killed          | ser2net --write-ms 100 | flash --port @0 --json @img   
 remote/refused-or-malformed | - | flash --port rfc2217://127.0.0.1:1 --port rfc2217://[::1 --port rfc2217://[::1]x --port rfc2217://h --port rfc2217://:80 --port rfc2217://h:123456 --port rfc2217://h:8x --port rfc2217://h:65536 @img | =1 'Error opening port: rfc2217://127.0.0.1:1: connection refused' 'rfc2217://[::1]x: expected rfc2217://HOST:PORT' 'rfc2217://:80: expected' 'rfc2217://h:65536: expected' 'rfc2217://h: Cannot open port'
 wine-lost/{hangup,vanish} | --write-ms 100 --{}-after 8 | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0'
 wine-lost/killed       | --write-ms 100         | flash --port @0 --baud 115200 @img | '@0: Port lost' '1*Port lost: @0' | KILL:8
-faults/baseline{:$fast,-gap:$gap,-115200:--baud 115200 --framing fast} | - | $f1 {} @img | ok
-faults/drop-{$at}                  | --drop-reply {}              | $f1 $fast @img                    | ok
-faults/corrupt-{$at}               | --corrupt-reply {}           | $f1 $fast @img                    | ok
-faults/garbage-{$at}               | --garbage 7:{}               | $f1 $fast @img                    | ok
-faults/late300-{$at}               | --late-reply {}:300          | $f1 $fast @img                    | ok
-faults/late1500-{start:2,middle-write:10,header-write:16,finish:17} | --late-reply {}:1500 | $f1 $fast @img | ok
-faults/{device-at-9600:--baud 9600,device-at-921600:--baud 921600,device-at-9600-drop-finish:--baud 9600 --drop-reply 17,late150-middle-check:--late-reply 9:150} | {} | $f1 $fast @img | ok
-faults/{corrupt-middle-check:--corrupt-reply 9,garbage-middle-write:--garbage 7:10,late300-header-check:--late-reply 15:300}-gap | {} | $f1 $gap @img | ok
-faults/drop-every-{2,3,5}          | --drop-every {}              | $f1 $fast @img                    | ok
-faults/{silent-after-1-writes:--silent-after-writes 1,silent-after-mid-writes:--silent-after-writes 3,silent-after-last-writes:--silent-after-writes 7,stall-middle-write-3s:--stall-ms 10:3000} | {} | $f1 $fast @img | '@0: $dnr'
-faults/erase-3s{:fast,-gap:gap}    | --erase-ms 3000              | $f1 --baud auto --framing {} @img | ok
-faults/{latency-1ms:--latency-ms 1,latency-16ms:--latency-ms 16,stall-middle-write-300ms:--stall-ms 10:300,stall-after-start-500ms:--stall-ms 2:500} | {} | $f1 $fast @img | ok
-faults/latency-16ms-gap            | --latency-ms 16              | $f1 $gap @img                     | ok
-faults/{hangup-after-discovery:--hangup-after 1,hangup-after-start:--hangup-after 2,hangup-middle-write:--hangup-after 10,vanish-middle-write:--vanish-after 10} | {} | $f1 $fast @img | '@0: $lost'
-faults/{hangup-middle-write-gap:--hangup-after 10,vanish-after-start:--vanish-after 2} | {} | $f1 $gap @img | '@0: $lost'
-faults/sim-killed-{$die}           | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | KILL:{}
-faults/port-removed-{$die}         | --write-ms 100               | $f1 $fast @img                    | '@0: $lost' | TERM:{}
-faults/two-devices{:+,-second-drops:+--drop-every 3,-different-speeds:--write-ms 20+--write-ms 100} | {} | $f2 $fast @img | ok
-faults/two-devices-second-silent   | +--silent-after-writes 2     | $f2 $fast @img                    | ok0 '@1: $dnr'
-faults/two-devices-second-hangs-up | +--hangup-after 10           | $f2 $fast @img                    | ok0 '@1: $lost'
-faults/two-devices-first-killed    | --write-ms 100+              | $f2 $fast @img                    | '@0: $lost' ok1 | KILL:10
 ROWS
 )
 declare -A row=() && names=()

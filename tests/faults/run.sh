@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The flashing fault matrix: the faults/ rows of tests/e2e/e2e.sh (a fault each, its one right
+# The flashing fault matrix: the rows of tests/faults/matrix.txt run by tests/e2e/e2e.sh (a fault each, its one right
 # outcome per device; a hang past QMLOAD_FAULT_BOUND=60 s, a crash or a sanitizer report fails
 # it), two at a time, with a build's programs (default build/linux-asan).
 #   tests/faults/run.sh [--build DIR] [--jobs N] [--only REGEX]
