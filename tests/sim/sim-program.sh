@@ -13,7 +13,6 @@ start() { # LINK ARGS...: runs the simulator on LINK until it says READY
 stop() { kill -TERM "$pid" && wait "$pid" || fail "exit $? on SIGTERM"; pid=; }
 
 start "$work/sims/dev" --dump "$work/flash.bin" # the folder is made
-[[ $(readlink "$work/sims/dev") == /dev/pts/* ]] || fail "the link does not lead to a pty"
 stop
 [ ! -L "$work/sims/dev" ] || fail "the link outlived the simulator"
 [ "$(stat -c %s "$work/flash.bin")" = 262144 ] || fail "the dump is not the whole flash"
