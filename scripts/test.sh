@@ -134,7 +134,7 @@ done
 nonBlank() { xargs -r cat | grep -c -v '^[[:space:]]*$'; }
 testLines=$(git ls-files tests | grep -aE '\.(cpp|h|c|sh|py|cmake)$|CMakeLists\.txt$' | grep -v /corpus/ | nonBlank)
 codeLines=$(git ls-files base serial device image linkmap cli sim app | grep -aE '\.(cpp|h|c)$' | nonBlank)
-ratio=$(awk -v t="$testLines" -v c="$codeLines" 'BEGIN { printf "%.2f", c ? t / c : 0 }')
+ratio=$(awk -v t="$testLines" -v c="$codeLines" 'BEGIN { printf "%.3f", c ? t / c : 0 }')
 
 echo "stages run: ${ran[*]:-none}"
 echo "stages skipped: ${notRun[*]:-none}"
