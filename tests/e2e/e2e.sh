@@ -53,7 +53,7 @@ done <<<"$table"
 jobs=1 && [ "${1:-}" = --jobs ] && jobs=$2 && shift 2
 cli=${QMLOAD_CLI:?} wrap=${QMLOAD_WRAP:-} pattern=${1:?pattern}
 needSim && { [ -z "$wrap" ] || "$wrap" --warm-up >/dev/null 2>&1 || missing_prereq "a working Wine prefix"; }
-top=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX") failed=0
+top=$(mktemp -d "${TMPDIR:-/tmp}/qmload-e2e.XXXXXX") failed=0 && work=$top
 trap 'work=$top && { [ "$failed" = 0 ] || keepWork=1; } && cleanup' EXIT
 runRow() { # NAME: its scenario in a folder of its own; one line: the outcome and what each device printed
   local sims args checks action && IFS='|' read -r sims args checks action <<<"${row[$1]}"
