@@ -242,7 +242,8 @@ TEST_F(ScreenTest, OnlyTheFirstArgumentBecomesTheProgramPathAndInfoOptionsOpenNo
     char* args[] = {prog, option.data(), nullptr};
     const auto [result, out] = captured([&] { // the flush stands for the program's exit that follows
       const int exitCode = appMain(2, args, [](Application&) { seen = "window"; });
-      return std::fflush(stdout), exitCode;
+      std::fflush(stdout);
+      return exitCode;
     });
     EXPECT_TRUE(result == 0 && seen != "window" && out.rfind(option == "--version" ? "qmload 1." : "Usage:", 0) == 0);
   }

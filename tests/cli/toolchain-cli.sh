@@ -2,6 +2,7 @@
 # The toolchain commands of qmload-cli on the sample in examples/: exit codes, console text and
 # golden outputs; and the sample generator writes the binary samples again, byte for byte.
 # usage: toolchain-cli.sh EXAMPLES_DIR WORK_DIR GENERATOR [EMULATOR...] QMLOAD_CLI
+set -u
 examples=$1 work=$2 generator=$3 emulator=("${@:4:$#-4}") cli=("${@:4}") failures=0
 fail() { echo "FAIL: $*" && failures=$((failures + 1)); }
 check() { # RC WANT ARGS...: the exit code must be RC and stdout (line ends normalised) WANT, a glob if it holds '*'

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # kill-test.sh QMLOAD_CLI [TRIES]: build-aelf and rewrite-ld on ~20 MB maps, SIGKILLed at
 # random moments, leave the old output (or none) or the complete new one, never a part.
-root=$(cd "$(dirname "$0")/../.." && pwd) && cli=$1 tries=${2:-12} failures=0 work=$(mktemp -d /tmp/qmload-kill.XXXXXX)
-trap 'rm -rf "$work"' EXIT && ex=$root/examples && bash "$root/bench/make-big-map.sh" "$work" 20 >/dev/null || exit 1
+set -uo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd) cli=$1 tries=${2:-12} failures=0
+ex=$root/examples work=$(mktemp -d /tmp/qmload-kill.XXXXXX) && trap 'rm -rf "$work"' EXIT
+bash "$root/bench/make-big-map.sh" "$work" 20 >/dev/null || { echo "cannot generate the maps" && exit 1; }
 # Each job replaces its shell with qmload-cli, so that the kill reaches the program.
 buildAelf() { exec "$cli" build-aelf --map "$work/big_output.map" --cfg "$ex/test.cpp_CFG.bin" \
   --object "$ex/__target_out__.o" --res "$ex/test.cpp_RES.bin" -o "$1"; }

@@ -54,7 +54,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
       if (taken != 0) lastFeed = now;
       fed += taken;
       // A full frame ends at the worker's next poll, at once.
-      framer.size() == kFrameMax ? end(now) : fuzzCheck(fed == length, "bytes refused by a frame that is not full");
+      if (framer.size() == kFrameMax)
+        end(now);
+      else
+        fuzzCheck(fed == length, "bytes refused by a frame that is not full");
     }
     at += length;
   }

@@ -10,7 +10,9 @@
 #include <vector>
 
 inline void fuzzCheck(bool ok, const char* what) {
-  if (!ok) std::fprintf(stderr, "fuzz invariant broken: %s\n", what), std::abort();
+  if (ok) return;
+  std::fprintf(stderr, "fuzz invariant broken: %s\n", what);
+  std::abort();
 }
 
 // <this process's scratch folder>/<name>; the folder goes at exit.
@@ -38,7 +40,8 @@ inline std::vector<std::string> fuzzSplit(const uint8_t* data, std::size_t size,
       out.back() += char(data[i]);
     else
       out.emplace_back();
-  return out.resize(parts), out;
+  out.resize(parts);
+  return out;
 }
 
 // The readers' diagnostics on standard output only slow the fuzzer down.

@@ -22,7 +22,8 @@ public:
                const std::uint8_t* bytes, std::uint32_t length, std::uint32_t timeout) override {
     requests.push_back({{0, id0, id1, id2, command, address, length}, bytes != nullptr, timeout, {}});
     if (bytes) requests.back().data.assign(bytes, bytes + length);
-    busy = true, failed = writeFails; // both set: the request could not be written
+    busy = true;
+    failed = writeFails; // both set: the request could not be written
   }
   void reopen(std::uint8_t baudIndex, std::uint8_t, std::uint8_t) override { reopens.push_back(baudIndex); }
   bool isBusy() const override { return busy; }
